@@ -1,0 +1,55 @@
+/// \file NuvLogger: one syslog line per entry on the local log socket, or standard output.
+#ifndef NUV_LOGGER_H
+#define NUV_LOGGER_H
+
+#include <cstdarg>
+
+class NuvLogger {
+ public:
+  /// Facilities; each maps to syslog's local0 + value on the wire.
+  enum iFacility : int {
+    facnuv = 0,
+    facorb = 1,
+    facvault = 2,
+    facrec = 3,
+    facrun = 4,
+    fachost = 5,
+  };
+  /// Priorities: the syslog levels.
+  enum iPriority : int {
+    priemerg = 0,
+    prialert = 1,
+    pricrit = 2,
+    prierr = 3,
+    priwarn = 4,
+    prinotice = 5,
+    priinfo = 6,
+    pridebug = 7,
+  };
+
+  /// Sends "<(fac+16)*8|pri>Mmm dd hh:mm:ss name[pid]: text" and a NUL byte, unless pri is
+  /// above the minimum (initially priinfo). The name is cut to 32 characters and the whole line
+  /// to 511. Falls back to standard output (with "\n") when the socket cannot be reached or
+  /// breaks; no failure is reported.
+  static void Log(iFacility fac, iPriority pri, const char* name, const char* format, ...)
+      __attribute__((format(printf, 4, 5)));
+  /// Log() with an argument list.
+  static void VLog(iFacility fac, iPriority pri, const char* name, const char* format,
+                   va_list args) __attribute__((format(printf, 4, 0)));
+  /// Entries with a priority value greater than pri are dropped from now on.
+  static void MinLog(iPriority pri);
+  /// On: every entry goes to standard output and the socket is closed. Off: the next entry
+  /// connects to the socket again.
+  static void LogTty(bool on);
+
+  /// "facnuv" to "fachost" for 0 to 5; null for anything else.
+  static const char* FacToString(iFacility fac);
+  /// The facility named s, or -1 when none is.
+  static iFacility StringToFac(const char* s);
+  /// "priemerg" to "pridebug" for 0 to 7; null for anything else.
+  static const char* PriToString(iPriority pri);
+  /// The priority named s, or -1 when none is.
+  static iPriority StringToPri(const char* s);
+};
+
+#endif  // NUV_LOGGER_H

@@ -1,0 +1,14 @@
+/// \file Every public header of the Nuv runtime library.
+#ifndef NUV_NUV_H
+#define NUV_NUV_H
+
+#include <nuv/assert.h>
+#include <nuv/fatal.h>
+#include <nuv/lockword.h>
+#include <nuv/logger.h>
+#include <nuv/os_mempool.h>
+#include <nuv/status.h>
+#include <nuv/thread.h>
+#include <nuv/time.h>
+
+#endif  // NUV_NUV_H

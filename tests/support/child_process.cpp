@@ -1,0 +1,125 @@
+/// \file Child processes for tests: fork, capture, deadline.
+#include "support/child_process.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "thread/restart.h"
+
+namespace nuv::test {
+
+namespace {
+
+struct CaptureFiles {
+  FILE* out = tmpfile();
+  FILE* err = tmpfile();
+  ~CaptureFiles() {
+    fclose(out);
+    fclose(err);
+  }
+};
+
+std::string ReadAll(FILE* file) {
+  std::string text;
+  rewind(file);
+  char buffer[4096];
+  size_t count = 0;
+  while ((count = fread(buffer, 1, sizeof buffer, file)) > 0) {
+    text.append(buffer, count);
+  }
+  return text;
+}
+
+void PrepareChild(const CaptureFiles& files) {
+  dup2(fileno(files.out), STDOUT_FILENO);
+  dup2(fileno(files.err), STDERR_FILENO);
+  const rlimit noCore{0, 0};
+  setrlimit(RLIMIT_CORE, &noCore);
+  nuv::SetRestartDelayForTesting(0);
+}
+
+ChildOutcome Collect(int pid, const CaptureFiles& files, std::chrono::milliseconds deadline) {
+  ChildOutcome outcome = WaitWithDeadline(pid, deadline);
+  outcome.out = ReadAll(files.out);
+  outcome.err = ReadAll(files.err);
+  return outcome;
+}
+
+std::vector<std::string> SplitOnTabs(const std::string& text) {
+  std::vector<std::string> words;
+  size_t start = 0;
+  while (start < text.size()) {
+    const size_t end = text.find('\t', start);
+    words.push_back(text.substr(start, end - start));
+    start = end == std::string::npos ? text.size() : end + 1;
+  }
+  return words;
+}
+
+}  // namespace
+
+bool ChildOutcome::Exited() const { return !timedOut && WIFEXITED(status); }
+int ChildOutcome::ExitCode() const { return WEXITSTATUS(status); }
+bool ChildOutcome::Signalled() const { return !timedOut && WIFSIGNALED(status); }
+int ChildOutcome::Signal() const { return WTERMSIG(status); }
+
+ChildOutcome WaitWithDeadline(int pid, std::chrono::milliseconds deadline) {
+  ChildOutcome outcome;
+  const auto giveUp = std::chrono::steady_clock::now() + deadline;
+  const timespec poll{0, 1000000};
+  while (waitpid(pid, &outcome.status, WNOHANG) == 0) {
+    if (std::chrono::steady_clock::now() > giveUp) {
+      kill(pid, SIGKILL);
+      waitpid(pid, &outcome.status, 0);
+      outcome.timedOut = true;
+      break;
+    }
+    nanosleep(&poll, nullptr);
+  }
+  return outcome;
+}
+
+ChildOutcome RunInChild(const std::function<void()>& body, std::chrono::milliseconds deadline) {
+  CaptureFiles files;
+  fflush(nullptr);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    PrepareChild(files);
+    body();
+    fflush(nullptr);
+    _exit(0);
+  }
+  return Collect(pid, files, deadline);
+}
+
+ChildOutcome RunProgram(const std::string& program, const std::vector<std::string>& args,
+                        std::chrono::milliseconds deadline) {
+  std::vector<std::string> words = SplitOnTabs(NUV_TEST_EMULATOR);
+  words.push_back(program);
+  words.insert(words.end(), args.begin(), args.end());
+  std::vector<char*> argv;
+  for (std::string& word : words) {
+    argv.push_back(word.data());
+  }
+  argv.push_back(nullptr);
+  CaptureFiles files;
+  fflush(nullptr);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    PrepareChild(files);
+    execvp(argv[0], argv.data());
+    _exit(127);
+  }
+  return Collect(pid, files, deadline);
+}
+
+std::string HelperPath(const std::string& name) {
+  return std::string(NUV_TEST_HELPER_DIR) + "/" + name;
+}
+
+}  // namespace nuv::test

@@ -1,0 +1,44 @@
+/// \file Running a piece of a test in a child process, with a deadline and its output captured.
+#ifndef NUV_TESTS_SUPPORT_CHILD_PROCESS_H
+#define NUV_TESTS_SUPPORT_CHILD_PROCESS_H
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace nuv::test {
+
+/// How a child ended and what it wrote.
+struct ChildOutcome {
+  int status = 0;         // waitpid status
+  bool timedOut = false;  // killed at the deadline
+  std::string out;        // standard output
+  std::string err;        // standard error
+
+  bool Exited() const;
+  int ExitCode() const;
+  bool Signalled() const;
+  int Signal() const;
+};
+
+/// Forks; the child runs body with standard output and error sent to files, no core dumps, and
+/// a fatal path that ends the process without waiting, then exits with 0. The parent waits up
+/// to deadline, then kills the child with SIGKILL and reports timedOut.
+ChildOutcome RunInChild(const std::function<void()>& body,
+                        std::chrono::milliseconds deadline = std::chrono::seconds(8));
+
+/// Starts an independent program (fork + exec, through the tests' emulator when they run under
+/// one) with its output captured; the same deadline rule as RunInChild.
+ChildOutcome RunProgram(const std::string& program, const std::vector<std::string>& args,
+                        std::chrono::milliseconds deadline = std::chrono::seconds(8));
+
+/// The path of a helper program built beside the tests.
+std::string HelperPath(const std::string& name);
+
+/// Waits for pid with a deadline; kills it with SIGKILL when the deadline passes.
+ChildOutcome WaitWithDeadline(int pid, std::chrono::milliseconds deadline);
+
+}  // namespace nuv::test
+
+#endif  // NUV_TESTS_SUPPORT_CHILD_PROCESS_H
