@@ -2,7 +2,9 @@
 #ifndef NUV_DIAG_ASSERT_AT_H
 #define NUV_DIAG_ASSERT_AT_H
 
-#include <cassert>
+// The C library declares it only while NDEBUG is unset; the library's checks never depend on it.
+extern "C" void __assert_fail(const char* assertion, const char* sourceFile, unsigned int line,
+                              const char* function) noexcept __attribute__((noreturn));
 
 /// Fails assertion number `line` of `function` when cond is false. Like every invariant check of
 /// the library, the report carries an empty expression and an empty file name: device engineers

@@ -105,12 +105,8 @@ void WriteToStandardOutput(char* line, size_t length) {
   write(kStandardOutput, line, length);
 }
 
-void SendLine(char* line, size_t length) {
-  const int fd = OpenLog();
-  if (fd == kStandardOutput) {
-    WriteToStandardOutput(line, length);
-    return;
-  }
+// Kept out of line so that the jump back from LogRecover clobbers nothing of its callers.
+__attribute__((noinline)) void WriteCatchingBrokenPipe(int fd, char* line, size_t length) {
   struct sigaction recover {};
   struct sigaction previous {};
   recover.sa_handler = LogRecover;
@@ -122,6 +118,15 @@ void SendLine(char* line, size_t length) {
     WriteToStandardOutput(line, length);
   }
   sigaction(SIGPIPE, &previous, nullptr);
+}
+
+void SendLine(char* line, size_t length) {
+  const int fd = OpenLog();
+  if (fd == kStandardOutput) {
+    WriteToStandardOutput(line, length);
+  } else {
+    WriteCatchingBrokenPipe(fd, line, length);
+  }
 }
 
 // Builds "<value>Mmm dd hh:mm:ss name[pid]: text" bounded by the 512-byte buffer: a line that
