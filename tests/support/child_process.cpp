@@ -15,15 +15,6 @@ namespace nuv::test {
 
 namespace {
 
-struct CaptureFiles {
-  FILE* out = tmpfile();
-  FILE* err = tmpfile();
-  ~CaptureFiles() {
-    fclose(out);
-    fclose(err);
-  }
-};
-
 std::string ReadAll(FILE* file) {
   std::string text;
   rewind(file);
@@ -35,19 +26,12 @@ std::string ReadAll(FILE* file) {
   return text;
 }
 
-void PrepareChild(const CaptureFiles& files) {
-  dup2(fileno(files.out), STDOUT_FILENO);
-  dup2(fileno(files.err), STDERR_FILENO);
+void PrepareChild(FILE* out, FILE* err) {
+  dup2(fileno(out), STDOUT_FILENO);
+  dup2(fileno(err), STDERR_FILENO);
   const rlimit noCore{0, 0};
   setrlimit(RLIMIT_CORE, &noCore);
   nuv::SetRestartDelayForTesting(0);
-}
-
-ChildOutcome Collect(int pid, const CaptureFiles& files, std::chrono::milliseconds deadline) {
-  ChildOutcome outcome = WaitWithDeadline(pid, deadline);
-  outcome.out = ReadAll(files.out);
-  outcome.err = ReadAll(files.err);
-  return outcome;
 }
 
 std::vector<std::string> SplitOnTabs(const std::string& text) {
@@ -84,17 +68,36 @@ ChildOutcome WaitWithDeadline(int pid, std::chrono::milliseconds deadline) {
   return outcome;
 }
 
-ChildOutcome RunInChild(const std::function<void()>& body, std::chrono::milliseconds deadline) {
-  CaptureFiles files;
+ChildProcess::ChildProcess(const std::function<void()>& body)
+    : outM(tmpfile()), errM(tmpfile()) {
   fflush(nullptr);
-  const pid_t pid = fork();
-  if (pid == 0) {
-    PrepareChild(files);
+  pidM = fork();
+  if (pidM == 0) {
+    PrepareChild(outM, errM);
     body();
     fflush(nullptr);
     _exit(0);
   }
-  return Collect(pid, files, deadline);
+}
+
+ChildProcess::~ChildProcess() {
+  if (pidM > 0) {
+    Finish(std::chrono::milliseconds(0));
+  }
+  fclose(outM);
+  fclose(errM);
+}
+
+ChildOutcome ChildProcess::Finish(std::chrono::milliseconds deadline) {
+  ChildOutcome outcome = WaitWithDeadline(pidM, deadline);
+  pidM = -1;
+  outcome.out = ReadAll(outM);
+  outcome.err = ReadAll(errM);
+  return outcome;
+}
+
+ChildOutcome RunInChild(const std::function<void()>& body, std::chrono::milliseconds deadline) {
+  return ChildProcess(body).Finish(deadline);
 }
 
 ChildOutcome RunProgram(const std::string& program, const std::vector<std::string>& args,
@@ -107,15 +110,11 @@ ChildOutcome RunProgram(const std::string& program, const std::vector<std::strin
     argv.push_back(word.data());
   }
   argv.push_back(nullptr);
-  CaptureFiles files;
-  fflush(nullptr);
-  const pid_t pid = fork();
-  if (pid == 0) {
-    PrepareChild(files);
-    execvp(argv[0], argv.data());
-    _exit(127);
-  }
-  return Collect(pid, files, deadline);
+  return ChildProcess([&argv] {
+           execvp(argv[0], argv.data());
+           _exit(127);
+         })
+      .Finish(deadline);
 }
 
 std::string HelperPath(const std::string& name) {

@@ -3,6 +3,7 @@
 #define NUV_TESTS_SUPPORT_CHILD_PROCESS_H
 
 #include <chrono>
+#include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
@@ -20,6 +21,25 @@ struct ChildOutcome {
   int ExitCode() const;
   bool Signalled() const;
   int Signal() const;
+};
+
+/// A child process started from a test: it runs body with standard output and error sent to
+/// files, no core dumps, and a fatal path that ends the process without waiting, then exits 0.
+class ChildProcess {
+ public:
+  explicit ChildProcess(const std::function<void()>& body);
+  ~ChildProcess();
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+
+  int Pid() const { return pidM; }
+  /// Waits up to deadline (then kills the child with SIGKILL) and collects its output.
+  ChildOutcome Finish(std::chrono::milliseconds deadline = std::chrono::seconds(8));
+
+ private:
+  int pidM = -1;
+  FILE* outM;
+  FILE* errM;
 };
 
 /// Forks; the child runs body with standard output and error sent to files, no core dumps, and

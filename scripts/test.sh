@@ -1,0 +1,53 @@
+#!/usr/bin/env bash
+# Builds and runs the complete test suite on every target: device (PowerPC under qemu-ppc),
+# host (i686) and host-asan (i686 with AddressSanitizer and UBSan); checks that the installed
+# package builds a program on device and host; ends with one summary line per target.
+set -u
+cd "$(dirname "$0")/.."
+. scripts/deps.sh
+nuv_require_packages "${NUV_DEVICE_PACKAGES[@]}" "${NUV_HOST_PACKAGES[@]}" "${NUV_TEST_PACKAGES[@]}"
+
+start=$(date +%s)
+summary=()
+failed=0
+
+run_target() {
+  local preset=$1
+  echo "=== $preset: build"
+  if ! cmake --preset "$preset" -DNUV_BUILD_TESTS=ON >/dev/null || ! cmake --build --preset "$preset"; then
+    summary+=("$preset: build failed")
+    failed=1
+    return
+  fi
+  echo "=== $preset: test"
+  local log="build/$preset/ctest-summary.log"
+  ctest --preset "$preset" 2>&1 | tee "$log"
+  local line total failures
+  line=$(grep -E '^[0-9]+% tests passed, [0-9]+ tests? failed out of [0-9]+' "$log" | tail -n 1)
+  total=$(sed -E 's/.* out of ([0-9]+).*/\1/' <<<"$line")
+  failures=$(sed -E 's/.* ([0-9]+) tests? failed.*/\1/' <<<"$line")
+  if [ -z "$line" ]; then
+    summary+=("$preset: no test summary")
+    failed=1
+    return
+  fi
+  summary+=("$preset: $((total - failures)) passed, $failures failed")
+  [ "$failures" -eq 0 ] || failed=1
+}
+
+for preset in device host host-asan; do
+  run_target "$preset"
+done
+
+for preset in device host; do
+  echo "=== $preset: installed package"
+  if ! scripts/check-install.sh "$preset"; then
+    summary+=("$preset-install: failed")
+    failed=1
+  fi
+done
+
+echo
+echo "Wall time: $(($(date +%s) - start)) s"
+printf '%s\n' "${summary[@]}"
+exit $failed

@@ -1,0 +1,39 @@
+/// \file Fatal reports of child processes.
+#include "support/fatal_report.h"
+
+#include <nuv/fatal.h>
+#include <nuv/logger.h>
+
+#include <csignal>
+
+#include "support/log_lines.h"
+
+namespace nuv::test {
+
+FatalReport RunToFatalReport(const std::function<void()>& body, const std::string& tag) {
+  ChildProcess child([&body] {
+    NuvLogger::LogTty(true);
+    body();
+  });
+  FatalReport report;
+  report.pid = child.Pid();
+  report.outcome = child.Finish();
+  const std::string name = tag.empty() ? std::to_string(report.pid) : tag;
+  report.records = LogRecords(report.outcome.out, kAlertRecordValue, name, report.pid);
+  report.assertionRecords =
+      LogRecords(report.outcome.out, kAlertRecordValue, "NuvAssertionFailure", report.pid);
+  report.errLines = Lines(report.outcome.err);
+  return report;
+}
+
+void RouteSignalToFatalHandler(int signal) {
+  struct sigaction action {};
+  action.sa_sigaction = [](int number, siginfo_t* info, void* context) {
+    NuvStraySignalHandler(number, info, context);
+  };
+  action.sa_flags = SA_SIGINFO | SA_NODEFER;
+  sigemptyset(&action.sa_mask);
+  sigaction(signal, &action, nullptr);
+}
+
+}  // namespace nuv::test
