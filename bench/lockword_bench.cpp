@@ -37,7 +37,8 @@ int main() {
                 uptrylock(&word);
                 upunlock(&word);
               }));
-  std::printf("fadd:               %.2f ns\n", MedianNanoseconds([&counter] { fadd(&counter, 1); }));
+  std::printf("fadd:               %.2f ns\n",
+              MedianNanoseconds([&counter] { fadd(&counter, 1); }));
   std::printf("readCounter:        %.2f ns\n",
               MedianNanoseconds([] { static_cast<void>(NuvTimeCounter::readCounter()); }));
   return 0;

@@ -1,15 +1,15 @@
 /// \file NuvLogger: per-process connection to the log socket, line building and fallbacks.
 #include <nuv/logger.h>
 
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 #include <csetjmp>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include "diag/log_socket.h"
 
@@ -137,8 +137,8 @@ void DoEntry(int fac, int pri, const char* name, const char* format, va_list arg
   ctime_r(&now, stamp);
   GetState();
   char line[kLineSize];
-  int used = snprintf(line, sizeof line, "<%d>%.15s %.32s[%d]: ",
-                      ((fac + kSyslogLocal0) * 8) | pri, stamp + 4, name, currentpid);
+  int used = snprintf(line, sizeof line, "<%d>%.15s %.32s[%d]: ", ((fac + kSyslogLocal0) * 8) | pri,
+                      stamp + 4, name, currentpid);
   if (used >= 0 && static_cast<size_t>(used) < sizeof line) {
     vsnprintf(line + used, sizeof line - static_cast<size_t>(used), format, args);
   }

@@ -7,7 +7,7 @@ namespace {
 
 constexpr const char* kFacilityNames[] = {"facnuv", "facorb", "facvault",
                                           "facrec", "facrun", "fachost"};
-constexpr const char* kPriorityNames[] = {"priemerg", "prialert", "pricrit", "prierr",
+constexpr const char* kPriorityNames[] = {"priemerg", "prialert",  "pricrit", "prierr",
                                           "priwarn",  "prinotice", "priinfo", "pridebug"};
 constexpr int kFacilityCount = sizeof kFacilityNames / sizeof kFacilityNames[0];
 constexpr int kPriorityCount = sizeof kPriorityNames / sizeof kPriorityNames[0];

@@ -2,10 +2,10 @@
 #include <nuv/assert.h>
 #include <nuv/status.h>
 
-#include <cerrno>
-#include <ctime>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <cerrno>
+#include <ctime>
 
 extern char** environ;  // NOLINT(readability-redundant-declaration): POSIX leaves it undeclared.
 

@@ -3,15 +3,15 @@
 
 #include <nuv/status.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <unistd.h>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include "diag/assert_at.h"
 
@@ -107,7 +107,8 @@ int OverPoolPages(void* base, unsigned size, PageCall call, const char* what) {
   const auto address = static_cast<int32_t>(reinterpret_cast<uintptr_t>(base));
   const int32_t start = (address / kProtectionGranule) * kProtectionGranule;
   const unsigned length = size + static_cast<unsigned>(address - start);
-  auto* startPointer = reinterpret_cast<void*>(static_cast<uintptr_t>(static_cast<uint32_t>(start)));
+  auto* startPointer =
+      reinterpret_cast<void*>(static_cast<uintptr_t>(static_cast<uint32_t>(start)));
   const int result = call(startPointer, length);
   if (result != 0) {
     perror(what);

@@ -4,10 +4,10 @@
 #include <nuv/logger.h>
 #include <nuv/thread.h>
 
+#include <unistd.h>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <unistd.h>
 
 #include "thread/backtrace.h"
 #include "thread/registers_arch.h"
@@ -80,10 +80,10 @@ void _stray_(int signal, void* context) {
     LogAlert(who.name, "Nuv recursive _stray_ call, signal %d", signal);
   } else {
     strayRecursionFlag = 1;
-    LogAlert(who.name, "Nuv Fatal Error: Thread %s <%d> died due to signal %d", who.name,
-             who.pid, signal);
-    fprintf(stderr, "Nuv Fatal Error: Thread %s <%d> died due to signal %d\n", who.name,
-            who.pid, signal);
+    LogAlert(who.name, "Nuv Fatal Error: Thread %s <%d> died due to signal %d", who.name, who.pid,
+             signal);
+    fprintf(stderr, "Nuv Fatal Error: Thread %s <%d> died due to signal %d\n", who.name, who.pid,
+            signal);
     if (context != nullptr) {
       NuvRegs regs{};
       NuvRegsFromContext(context, &regs);
@@ -116,8 +116,8 @@ void _dumpregs(const NuvRegs* regs) {
     size_t used = 0;
     for (int column = 0; column < kRegistersPerLine; ++column) {
       const int number = line * kRegistersPerLine + column;
-      used += static_cast<size_t>(snprintf(text + used, sizeof text - used, "R%02d 0x%08lx  ",
-                                           number, regs->gpr[number]));
+      used += static_cast<size_t>(
+          snprintf(text + used, sizeof text - used, "R%02d 0x%08lx  ", number, regs->gpr[number]));
     }
     LogAlert(who.name, "%s", text);
     fprintf(stderr, "%s\n", text);

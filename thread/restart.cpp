@@ -1,10 +1,10 @@
 /// \file The last step of the fatal path, behind the restart policy.
 #include "thread/restart.h"
 
+#include <unistd.h>
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
-#include <unistd.h>
 
 #if NUV_ENABLE_REBOOT
 #include <sys/reboot.h>

@@ -4,9 +4,9 @@
 
 #include <nuv/fatal.h>
 
+#include <unistd.h>
 #include <csignal>
 #include <cstring>
-#include <unistd.h>
 
 NuvThread* pCurrentThreadG = nullptr;
 

@@ -57,8 +57,7 @@ void NuvTimeCounter::initCounter() {
   end.loadCurrent();
 
   const uint64_t clocks = ClocksBetween(c0, c1);
-  const auto microseconds =
-      static_cast<int32_t>((end.Nanoseconds() - start.Nanoseconds()) / 1000);
+  const auto microseconds = static_cast<int32_t>((end.Nanoseconds() - start.Nanoseconds()) / 1000);
   // Both divisions truncate: exact only for a whole number of megahertz dividing 10^6. Kept.
   // A clock stepped backwards or a counter below 1 MHz would divide by zero: count them as 1.
   const uint64_t clocksPerMicrosecond = clocks / AtLeastOne(static_cast<uint64_t>(microseconds));

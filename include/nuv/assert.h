@@ -7,8 +7,7 @@ extern "C" {
 /// "NuvAssertionFailure", text "<expression> (<function>, line <line> (<file>))"), two lines on
 /// standard error, then the fatal path with pseudo-signal 0. Does not return while the device
 /// restarts; see docs/design.md for how the restart policy ends the process instead.
-void NuvAssertFail(const char* expression, const char* sourceFile, int line,
-                   const char* function);
+void NuvAssertFail(const char* expression, const char* sourceFile, int line, const char* function);
 }
 
 /// Sleeps 5 ms with nanosleep (an interrupted sleep is not resumed); returns nanosleep's result.

@@ -34,8 +34,8 @@ class NuvLogger {
   static void Log(iFacility fac, iPriority pri, const char* name, const char* format, ...)
       __attribute__((format(printf, 4, 5)));
   /// Log() with an argument list.
-  static void VLog(iFacility fac, iPriority pri, const char* name, const char* format,
-                   va_list args) __attribute__((format(printf, 4, 0)));
+  static void VLog(iFacility fac, iPriority pri, const char* name, const char* format, va_list args)
+      __attribute__((format(printf, 4, 0)));
   /// Entries with a priority value greater than pri are dropped from now on.
   static void MinLog(iPriority pri);
   /// On: every entry goes to standard output and the socket is closed. Off: the next entry

@@ -52,9 +52,8 @@ TEST(Assert, FailedAssertInApplicationCodeReportsSignalMinusTwo) {
   const std::string where =
       std::string(assertFunction) + ", line " + std::to_string(assertLine) + " (" + __FILE__ + ")";
   ASSERT_EQ(report.assertionRecords.size(), 1U) << report.outcome.out;
-  EXPECT_EQ(report.assertionRecords[0],
-            "value == 2 (" + std::string(assertFunction) + ", line " +
-                std::to_string(assertLine) + " (" + __FILE__ + "))");
+  EXPECT_EQ(report.assertionRecords[0], "value == 2 (" + std::string(assertFunction) + ", line " +
+                                            std::to_string(assertLine) + " (" + __FILE__ + "))");
   ASSERT_GE(report.errLines.size(), 3U);
   EXPECT_EQ(report.errLines[0], "Nuv Assertion Failure: value == 2");
   EXPECT_EQ(report.errLines[1], "    " + where);

@@ -4,10 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/time.h>
 #include <chrono>
 #include <csignal>
 #include <string>
-#include <sys/time.h>
 #include <vector>
 
 namespace {
@@ -33,7 +33,9 @@ TEST(ExecCmd, MissingProgramReturnsProcessFailed) {
   EXPECT_EQ(ExecWords({"/nonexistent/program"}), kNuvProcessFailed);
 }
 
-TEST(ExecCmd, ProgramNameIsNotSearchedOnThePath) { EXPECT_EQ(ExecWords({"true"}), kNuvProcessFailed); }
+TEST(ExecCmd, ProgramNameIsNotSearchedOnThePath) {
+  EXPECT_EQ(ExecWords({"true"}), kNuvProcessFailed);
+}
 
 TEST(ExecCmd, ProgramKilledBySignalReturnsProcessFailed) {
   EXPECT_EQ(ExecWords({"/bin/sh", "-c", "kill -KILL $$"}), kNuvProcessFailed);
@@ -64,9 +66,9 @@ TEST(Yield, SleepsFiveMillisecondsAndReturnsZero) {
 }
 
 TEST(Status, EveryLibraryCodeHasItsOwnText) {
-  const unsigned codes[] = {kNuvPoolExists,   kNuvPoolCreateFailed, kNuvPoolOpenFailed,
-                            kNuvPoolAddressFailed, kNuvSocketFailed,  kNuvEndOfFile,
-                            kNuvBadRecord,    kNuvProcessFailed,    kNuvNotActive};
+  const unsigned codes[] = {kNuvPoolExists,        kNuvPoolCreateFailed, kNuvPoolOpenFailed,
+                            kNuvPoolAddressFailed, kNuvSocketFailed,     kNuvEndOfFile,
+                            kNuvBadRecord,         kNuvProcessFailed,    kNuvNotActive};
   for (unsigned code : codes) {
     EXPECT_STRNE(NuvStatusText(code), "unknown status") << std::hex << code;
   }

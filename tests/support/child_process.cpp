@@ -1,13 +1,13 @@
 /// \file Child processes for tests: fork, capture, deadline.
 #include "support/child_process.h"
 
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "thread/restart.h"
 
@@ -68,8 +68,7 @@ ChildOutcome WaitWithDeadline(int pid, std::chrono::milliseconds deadline) {
   return outcome;
 }
 
-ChildProcess::ChildProcess(const std::function<void()>& body)
-    : outM(tmpfile()), errM(tmpfile()) {
+ChildProcess::ChildProcess(const std::function<void()>& body) : outM(tmpfile()), errM(tmpfile()) {
   fflush(nullptr);
   pidM = fork();
   if (pidM == 0) {

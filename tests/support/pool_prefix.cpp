@@ -3,9 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <dirent.h>
 #include <unistd.h>
+#include <cstdlib>
 
 namespace nuv::test {
 

@@ -14,8 +14,8 @@ template <typename T>
 class SharedObject {
  public:
   SharedObject()
-      : memoryM(mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1,
-                     0)),
+      : memoryM(
+            mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)),
         objectM(new (memoryM) T()) {}
   ~SharedObject() { munmap(memoryM, sizeof(T)); }
   SharedObject(const SharedObject&) = delete;

@@ -3,10 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
 #include <chrono>
 #include <csignal>
 #include <ctime>
-#include <unistd.h>
 
 #include "support/child_process.h"
 #include "support/shared_memory.h"

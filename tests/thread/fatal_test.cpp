@@ -6,12 +6,12 @@
 
 #include <gtest/gtest.h>
 
-#include <csignal>
-#include <cstdlib>
 #include <poll.h>
-#include <regex>
 #include <sys/time.h>
 #include <unistd.h>
+#include <csignal>
+#include <cstdlib>
+#include <regex>
 
 #include "support/fatal_report.h"
 #include "support/shared_memory.h"
@@ -24,8 +24,8 @@ using nuv::test::RouteSignalToFatalHandler;
 using nuv::test::RunToFatalReport;
 
 std::string FatalLine(const std::string& name, int pid, int signal) {
-  return "Nuv Fatal Error: Thread " + name + " <" + std::to_string(pid) +
-         "> died due to signal " + std::to_string(signal);
+  return "Nuv Fatal Error: Thread " + name + " <" + std::to_string(pid) + "> died due to signal " +
+         std::to_string(signal);
 }
 
 bool IsBacktraceText(const std::string& text) {
@@ -188,8 +188,7 @@ TEST(FatalPath, KillthreadMakesTheTargetThreadReportSignalThree) {
   close(ready[1]);
   ASSERT_TRUE(outcome.Signalled());
   EXPECT_EQ(outcome.Signal(), SIGQUIT);
-  EXPECT_EQ(outcome.err.rfind(FatalLine("victim", victim->thread->GetId(), SIGQUIT) + "\n", 0),
-            0U)
+  EXPECT_EQ(outcome.err.rfind(FatalLine("victim", victim->thread->GetId(), SIGQUIT) + "\n", 0), 0U)
       << outcome.err;
 }
 

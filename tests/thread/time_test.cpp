@@ -36,9 +36,7 @@ TEST(NuvTimeValue, IsTwoWordsUpperWordFirst) {
   EXPECT_EQ(words[1], 2U);
 }
 
-TEST(NuvTimeValue, NegativeDurationsRoundTrip) {
-  EXPECT_EQ(NuvTime(-5).Nanoseconds(), -5);
-}
+TEST(NuvTimeValue, NegativeDurationsRoundTrip) { EXPECT_EQ(NuvTime(-5).Nanoseconds(), -5); }
 
 TEST(NuvTimeValue, LoadCurrentReadsTheTimeOfDay) {
   NuvTime now;
