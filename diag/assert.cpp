@@ -32,9 +32,10 @@ extern "C" void NuvAssertFail(const char* expression, const char* sourceFile, in
 }
 
 // Replaces the C library's version for every assert() in a process that links the library.
-extern "C" void __assert_fail(const char* assertion, const char* sourceFile, unsigned int line,
-                              const char* function) noexcept {
-  ReportAssertion(assertion, sourceFile, static_cast<int>(line), function);
+// The parameters keep the C library's own names, as its declaration in <assert.h> has them.
+extern "C" void __assert_fail(const char* __assertion, const char* __file, unsigned int __line,
+                              const char* __function) noexcept {
+  ReportAssertion(__assertion, __file, static_cast<int>(__line), __function);
   _stray_(kPseudoSignalAssert, nullptr);
   // The C library declares this function noreturn, so its callers are compiled on that promise:
   // should the restart fail, end the process rather than return into them.

@@ -9,6 +9,7 @@ extern "C" void __assert_fail(const char* assertion, const char* sourceFile, uns
 /// Fails assertion number `line` of `function` when cond is false. Like every invariant check of
 /// the library, the report carries an empty expression and an empty file name: device engineers
 /// identify it by the function and the number.
+// NOLINTNEXTLINE(cppcoreguidelines-macro-usage): must expand at the check, like assert.
 #define NUV_ASSERT_AT(cond, line, function) \
   ((cond) ? static_cast<void>(0) : __assert_fail("", "", (line), (function)))
 

@@ -157,7 +157,7 @@ void SetLogSocketPathsForTesting(const char* primary, const char* secondary) {
 }  // namespace nuv
 
 void NuvLogger::Log(iFacility fac, iPriority pri, const char* name, const char* format, ...) {
-  va_list args;
+  va_list args;  // NOLINT(cppcoreguidelines-init-variables): set by va_start
   va_start(args, format);
   VLog(fac, pri, name, format, args);
   va_end(args);

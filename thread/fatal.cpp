@@ -45,7 +45,7 @@ Identity DyingThread() {
 }
 
 __attribute__((format(printf, 2, 3))) void LogAlert(const char* tag, const char* format, ...) {
-  va_list args;
+  va_list args;  // NOLINT(cppcoreguidelines-init-variables): set by va_start
   va_start(args, format);
   NuvLogger::VLog(NuvLogger::facnuv, NuvLogger::prialert, tag, format, args);
   va_end(args);

@@ -17,6 +17,7 @@ void NuvThread::SetName(const char* name) {
   nameM[kNameLength - 1] = '\0';
 }
 
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): a member by contract.
 void NuvThread::abort() { _stray_(0, nullptr); }
 
 void _killthread_(NuvThread* thread) { kill(thread->GetId(), SIGQUIT); }

@@ -5,6 +5,7 @@
 namespace nuv::arch {
 
 /// xchg with memory is locked and fully ordered, acquire included.
+// NOLINTNEXTLINE(readability-non-const-parameter): the instruction writes the word.
 inline unsigned ExchangeAcquire(volatile unsigned* word, unsigned value) {
   __asm__ __volatile__("xchgl %0,%1" : "+r"(value), "+m"(*word) : : "memory");
   return value;
@@ -17,6 +18,7 @@ inline void StoreRelease(volatile unsigned* word, unsigned value) {
 }
 
 /// Adds and returns the previous word; lock xadd is fully ordered.
+// NOLINTNEXTLINE(readability-non-const-parameter): the instruction writes the word.
 inline unsigned FetchAdd(volatile unsigned* word, unsigned addend) {
   __asm__ __volatile__("lock; xaddl %0,%1" : "+r"(addend), "+m"(*word) : : "cc", "memory");
   return addend;

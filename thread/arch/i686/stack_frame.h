@@ -13,6 +13,7 @@ constexpr int kReturnAddressWord = 1;
 
 /// The frame of the function that expands it: ebp. Needs -fno-omit-frame-pointer, which the
 /// library's build and its exported compile options set.
+// NOLINTNEXTLINE(cppcoreguidelines-macro-usage): must expand in the function whose frame it is.
 #define NUV_CURRENT_STACK_FRAME() __builtin_frame_address(0)
 
 #endif  // NUV_THREAD_ARCH_I686_STACK_FRAME_H

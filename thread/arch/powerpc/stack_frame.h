@@ -13,6 +13,7 @@ constexpr int kReturnAddressWord = 1;
 
 /// The frame of the function that expands it: the stack pointer, r1, which the ABI keeps
 /// pointing at the back chain.
+// NOLINTNEXTLINE(cppcoreguidelines-macro-usage): must expand in the function whose frame it is.
 #define NUV_CURRENT_STACK_FRAME() __builtin_frame_address(0)
 
 #endif  // NUV_THREAD_ARCH_POWERPC_STACK_FRAME_H

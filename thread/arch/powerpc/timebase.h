@@ -9,8 +9,8 @@ namespace nuv::arch {
 /// Upper word first. A carry from the lower into the upper word between the two reads is not
 /// retried: the rare reading that is off by 2^32 is accepted.
 inline uint64_t ReadTimeBase() {
-  uint32_t upper;
-  uint32_t lower;
+  uint32_t upper = 0;
+  uint32_t lower = 0;
   __asm__ __volatile__(
       "mfspr %0,269\n"
       "mfspr %1,268\n"
