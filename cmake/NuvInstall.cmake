@@ -24,5 +24,7 @@ if(NUV_ARCH STREQUAL "i686")
 else()
   set(NUV_PC_CFLAGS "")
 endif()
+# Relocatable: the prefix is found from where nuv.pc is installed.
+file(RELATIVE_PATH NUV_PC_PREFIX_FROM_PCDIR "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 configure_file(cmake/nuv.pc.in ${PROJECT_BINARY_DIR}/nuv.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/nuv.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
