@@ -7,7 +7,7 @@
 namespace nuv::test {
 
 /// Sets NUV_POOL_PREFIX to a prefix unique to this process and test while it lives; on
-/// destruction removes every /var/tmp file with that prefix and restores the variable.
+/// destruction removes every /var/tmp file with that prefix and unsets the variable.
 class ScopedPoolPrefix {
  public:
   ScopedPoolPrefix();
