@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <cerrno>
 #include <csetjmp>
 #include <csignal>
 #include <cstdio>
@@ -92,10 +93,14 @@ int OpenLog() {
   return current.fd;
 }
 
-// SIGPIPE during the socket write: drop the connection and go back to write on standard output.
-void LogRecover(int /*signal*/) {
+void DropConnection() {
   close(state.fd);
   state.fd = kNoDescriptor;
+}
+
+// SIGPIPE during the socket write: drop the connection and go back to write on standard output.
+void LogRecover(int /*signal*/) {
+  DropConnection();
   siglongjmp(piperecover, 1);
 }
 
@@ -105,15 +110,20 @@ void WriteToStandardOutput(char* line, size_t length) {
   write(kStandardOutput, line, length);
 }
 
-// Kept out of line so that the jump back from LogRecover clobbers nothing of its callers.
+// Kept out of line so that the jump back from LogRecover clobbers nothing of its callers. The
+// jump restores the signal mask, so SIGPIPE is not left blocked and the next broken connection
+// is caught the same way; a process that blocks SIGPIPE itself sees EPIPE, handled alike.
 __attribute__((noinline)) void WriteCatchingBrokenPipe(int fd, char* line, size_t length) {
   struct sigaction recover {};
   struct sigaction previous {};
   recover.sa_handler = LogRecover;
   sigemptyset(&recover.sa_mask);
   sigaction(SIGPIPE, &recover, &previous);
-  if (sigsetjmp(piperecover, 0) == 0) {
-    write(fd, line, length);
+  if (sigsetjmp(piperecover, 1) == 0) {
+    if (write(fd, line, length) < 0 && errno == EPIPE) {
+      DropConnection();
+      WriteToStandardOutput(line, length);
+    }
   } else {
     WriteToStandardOutput(line, length);
   }
