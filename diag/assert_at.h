@@ -3,8 +3,9 @@
 #define NUV_DIAG_ASSERT_AT_H
 
 // The C library declares it only while NDEBUG is unset; the library's checks never depend on it.
-extern "C" void __assert_fail(const char* assertion, const char* sourceFile, unsigned int line,
-                              const char* function) noexcept __attribute__((noreturn));
+// NOLINTNEXTLINE(readability-redundant-declaration): redundant only where NDEBUG is unset.
+extern "C" void __assert_fail(const char* __assertion, const char* __file, unsigned int __line,
+                              const char* __function) noexcept __attribute__((noreturn));
 
 /// Fails assertion number `line` of `function` when cond is false. Like every invariant check of
 /// the library, the report carries an empty expression and an empty file name: device engineers

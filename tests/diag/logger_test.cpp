@@ -98,6 +98,8 @@ class LogDaemon {
   }
   LogDaemon(const LogDaemon&) = delete;
   LogDaemon& operator=(const LogDaemon&) = delete;
+  LogDaemon(LogDaemon&&) = delete;
+  LogDaemon& operator=(LogDaemon&&) = delete;
 
   const char* Path() const { return pathM.c_str(); }
 
@@ -201,13 +203,13 @@ void InGrandchild(const char* logMin, const std::function<void()>& entries) {
   }
   const ChildOutcome outcome = nuv::test::WaitWithDeadline(pid, kGrandchildDeadline);
   Tell("grandchild", pid);
-  Tell("grandchild-ended", outcome.Exited() && outcome.ExitCode() == 0);
+  Tell("grandchild-ended", static_cast<long>(outcome.Exited() && outcome.ExitCode() == 0));
 }
 
 std::string CtimeStamp(time_t when) {
   char text[32] = {};
   ctime_r(&when, text);
-  return std::string(text + 4, kStampLength);
+  return {text + 4, kStampLength};
 }
 
 // The stamp has the shape "Mmm dd hh:mm:ss" and is the ctime text of a second of the run.
@@ -307,7 +309,7 @@ TEST(LoggerLine, LineLongerThan511IsCutTo511AndNul) {
   const LoggingRun run = LogInChild(daemon.Path(), daemon.Path(),
                                     [&text] { Entry(NuvLogger::priinfo, text.c_str()); });
   const std::string line = daemon.NextConnection();
-  ASSERT_EQ(line.size(), 512u);
+  ASSERT_EQ(line.size(), 512U);
   EXPECT_EQ(line.back(), '\0');
   const size_t headerLength = Header(kInfo, CtimeStamp(run.before), kName, run.pid).size();
   ExpectEntries(line, run, {{kInfo, run.pid, text.substr(0, 511 - headerLength)}}, '\0');
@@ -315,7 +317,7 @@ TEST(LoggerLine, LineLongerThan511IsCutTo511AndNul) {
 
 void VEntry(const char* format, ...) __attribute__((format(printf, 1, 2)));
 void VEntry(const char* format, ...) {
-  va_list args;
+  va_list args;  // NOLINT(cppcoreguidelines-init-variables): set by va_start
   va_start(args, format);
   NuvLogger::VLog(NuvLogger::facnuv, NuvLogger::priinfo, kName, format, args);
   va_end(args);
@@ -392,7 +394,7 @@ void InstallOwnPipeHandler() {
 long OwnPipeHandlerInstalled() {
   struct sigaction current {};
   sigaction(SIGPIPE, nullptr, &current);
-  return current.sa_handler == CountPipeSignal;
+  return current.sa_handler == CountPipeSignal ? 1 : 0;
 }
 
 // The daemon takes one entry and hangs up; tells whether that entry was the one expected.
@@ -402,8 +404,8 @@ void TakeOneEntryAndHangUp(const LogDaemon& daemon, const char* text) {
   const bool received = connection >= 0 && Receive(connection, Until::kNul, &entry);
   const std::string ending = std::string(": ") + text + '\0';
   Tell("first-entry-on-socket",
-       received && entry.size() > ending.size() &&
-           entry.compare(entry.size() - ending.size(), ending.size(), ending) == 0);
+       static_cast<long>(received && entry.size() > ending.size() &&
+                         entry.compare(entry.size() - ending.size(), ending.size(), ending) == 0));
   close(connection);
 }
 
@@ -481,7 +483,8 @@ TEST(LoggerTty, TtyOnClosesOpenConnection) {
     const int connection = daemon.Accept();
     NuvLogger::LogTty(true);
     std::string bytes;
-    Tell("closed", connection >= 0 && Receive(connection, Until::kClosed, &bytes));
+    Tell("closed",
+         static_cast<long>(connection >= 0 && Receive(connection, Until::kClosed, &bytes)));
     close(connection);
     Entry(NuvLogger::priinfo, "tty");
   });

@@ -14,6 +14,7 @@ namespace {
 
 unsigned ExecWords(std::vector<std::string> words) {
   std::vector<char*> argv;
+  argv.reserve(words.size() + 1);
   for (std::string& word : words) {
     argv.push_back(word.data());
   }

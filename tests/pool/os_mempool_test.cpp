@@ -42,6 +42,7 @@ char* At(uintptr_t address) { return reinterpret_cast<char*>(address); }
 
 unsigned Page() { return static_cast<unsigned>(NuvOsMempool::SPage()); }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): callers write through the reference.
 unsigned& WordAt(char* address) { return *reinterpret_cast<unsigned*>(address); }
 
 // Word 0 (the mapping address) or word 1 (the mapping length) of the header before a pool.
@@ -60,6 +61,8 @@ class Mapping {
   ~Mapping() { Free(); }
   Mapping(const Mapping&) = delete;
   Mapping& operator=(const Mapping&) = delete;
+  Mapping(Mapping&&) = delete;
+  Mapping& operator=(Mapping&&) = delete;
 
   unsigned Allocate(const char* name, unsigned size, bool replace = false, bool named = true) {
     return Keep(NuvOsMempool::Allocate(name, size, replace, base, length, fd, named));
@@ -69,22 +72,21 @@ class Mapping {
     return Keep(NuvOsMempool::AutoAttach(name, size, base, length, attached, fd));
   }
   void Free() {
-    if (mappedM) {
+    if (mapped) {
       NuvOsMempool::Free(base, length, fd);
-      mappedM = false;
+      mapped = false;
     }
+  }
+
+  unsigned Keep(unsigned result) {
+    mapped = result == kNuvOk;
+    return result;
   }
 
   char* base;
   unsigned length = 0;
   int fd = -1;
-
- private:
-  unsigned Keep(unsigned result) {
-    mappedM = result == kNuvOk;
-    return result;
-  }
-  bool mappedM = false;
+  bool mapped = false;
 };
 
 std::string PoolName(const char* name) {
@@ -178,6 +180,8 @@ class HoldingChild {
   }
   HoldingChild(const HoldingChild&) = delete;
   HoldingChild& operator=(const HoldingChild&) = delete;
+  HoldingChild(HoldingChild&&) = delete;
+  HoldingChild& operator=(HoldingChild&&) = delete;
 
   // True once the child reports that it holds the pool.
   bool Holding() {

@@ -34,6 +34,12 @@ void PrepareChild(FILE* out, FILE* err) {
   nuv::SetRestartDelayForTesting(0);
 }
 
+// Unwritten stdio buffers would otherwise be written twice, once by each process.
+int ForkWithFlushedStreams() {
+  fflush(nullptr);
+  return fork();
+}
+
 std::vector<std::string> SplitOnTabs(const std::string& text) {
   std::vector<std::string> words;
   size_t start = 0;
@@ -68,9 +74,8 @@ ChildOutcome WaitWithDeadline(int pid, std::chrono::milliseconds deadline) {
   return outcome;
 }
 
-ChildProcess::ChildProcess(const std::function<void()>& body) : outM(tmpfile()), errM(tmpfile()) {
-  fflush(nullptr);
-  pidM = fork();
+ChildProcess::ChildProcess(const std::function<void()>& body)
+    : outM(tmpfile()), errM(tmpfile()), pidM(ForkWithFlushedStreams()) {
   if (pidM == 0) {
     PrepareChild(outM, errM);
     body();
@@ -105,6 +110,7 @@ ChildOutcome RunProgram(const std::string& program, const std::vector<std::strin
   words.push_back(program);
   words.insert(words.end(), args.begin(), args.end());
   std::vector<char*> argv;
+  argv.reserve(words.size() + 1);
   for (std::string& word : words) {
     argv.push_back(word.data());
   }

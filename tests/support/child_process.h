@@ -37,9 +37,10 @@ class ChildProcess {
   ChildOutcome Finish(std::chrono::milliseconds deadline = std::chrono::seconds(8));
 
  private:
-  int pidM = -1;
+  // In this order: the capture files exist before the fork.
   FILE* outM;
   FILE* errM;
+  int pidM;
 };
 
 /// Forks; the child runs body with standard output and error sent to files, no core dumps, and
