@@ -98,7 +98,9 @@ void _stray_(int signal, void* context) {
   nuv::RestartDevice(signal);
 }
 
-void NuvStraySignalHandler(int signal, void* /*info*/, void* context) { _stray_(signal, context); }
+void NuvStraySignalHandler(int signal, siginfo_t* /*info*/, void* context) {
+  _stray_(signal, context);
+}
 
 void NuvRegsFromContext(const void* context, NuvRegs* regs) {
   nuv::arch::ReadRegisters(context, regs);

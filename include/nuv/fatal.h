@@ -2,6 +2,8 @@
 #ifndef NUV_FATAL_H
 #define NUV_FATAL_H
 
+#include <csignal>
+
 /// The register record of the fatal report, in the PowerPC kernel's order: general registers 0
 /// to 31, the next instruction address, the machine state, the saved first argument register,
 /// the count register and the link register. On the host the nearest equivalents are filled in
@@ -23,7 +25,7 @@ void _stray_(int signal, void* context);
 
 /// An SA_SIGINFO handler that passes the signal and its context to _stray_; install it with
 /// SA_NODEFER so that a fault during the report re-enters the handler's recursion guard.
-void NuvStraySignalHandler(int signal, void* info, void* context);
+void NuvStraySignalHandler(int signal, siginfo_t* info, void* context);
 
 /// Writes the register dump: "NIP .. link .. ctr .." and eight lines of four registers.
 void _dumpregs(const NuvRegs* regs);

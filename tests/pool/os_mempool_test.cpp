@@ -447,17 +447,34 @@ TEST(OsMempool, AutoAttachOfALivePoolAttachesItAtTheCreatorsAddress) {
   EXPECT_EQ(WordAt(pool.base), kCreatorWord);
 }
 
+// A pool file that no process holds, open twice: once to check, once to look on.
+class UnheldPoolFile {
+ public:
+  explicit UnheldPoolFile(const ScopedPoolPrefix& prefix) {
+    Mapping creator;
+    EXPECT_EQ(creator.Allocate("pool", 1), kNuvOk);
+    creator.Free();
+    checker = open(prefix.PathOf("pool").c_str(), O_RDWR);
+    other = open(prefix.PathOf("pool").c_str(), O_RDWR);
+  }
+  ~UnheldPoolFile() {
+    close(other);
+    close(checker);
+  }
+  UnheldPoolFile(const UnheldPoolFile&) = delete;
+  UnheldPoolFile& operator=(const UnheldPoolFile&) = delete;
+  UnheldPoolFile(UnheldPoolFile&&) = delete;
+  UnheldPoolFile& operator=(UnheldPoolFile&&) = delete;
+
+  int checker = -1;
+  int other = -1;
+};
+
 TEST(OsMempool, CheckActiveFlagOfAnUnheldPoolKeepsTheExclusiveLock) {
   ScopedPoolPrefix prefix;
-  Mapping creator;
-  ASSERT_EQ(creator.Allocate("pool", 1), kNuvOk);
-  creator.Free();
-  const int checker = open(prefix.PathOf("pool").c_str(), O_RDWR);
-  const int other = open(prefix.PathOf("pool").c_str(), O_RDWR);
-  EXPECT_EQ(NuvOsMempool::CheckActiveFlag(checker), 0);
-  EXPECT_EQ(flock(other, LOCK_SH | LOCK_NB), -1);
-  close(other);
-  close(checker);
+  const UnheldPoolFile file(prefix);
+  EXPECT_EQ(NuvOsMempool::CheckActiveFlag(file.checker), 0);
+  EXPECT_EQ(flock(file.other, LOCK_SH | LOCK_NB), -1);
 }
 
 TEST(OsMempool, CheckActiveFlagOfAHeldPoolReportsActive) {
@@ -471,17 +488,11 @@ TEST(OsMempool, CheckActiveFlagOfAHeldPoolReportsActive) {
 
 TEST(OsMempool, SetMempoolActiveFlagTurnsTheExclusiveLockShared) {
   ScopedPoolPrefix prefix;
-  Mapping creator;
-  ASSERT_EQ(creator.Allocate("pool", 1), kNuvOk);
-  creator.Free();
-  const int checker = open(prefix.PathOf("pool").c_str(), O_RDWR);
-  const int other = open(prefix.PathOf("pool").c_str(), O_RDWR);
-  ASSERT_EQ(NuvOsMempool::CheckActiveFlag(checker), 0);
-  EXPECT_EQ(NuvOsMempool::SetMempoolActiveFlag(checker), 0);
-  EXPECT_EQ(flock(other, LOCK_SH | LOCK_NB), 0);
-  EXPECT_EQ(flock(other, LOCK_EX | LOCK_NB), -1);
-  close(other);
-  close(checker);
+  const UnheldPoolFile file(prefix);
+  ASSERT_EQ(NuvOsMempool::CheckActiveFlag(file.checker), 0);
+  EXPECT_EQ(NuvOsMempool::SetMempoolActiveFlag(file.checker), 0);
+  EXPECT_EQ(flock(file.other, LOCK_SH | LOCK_NB), 0);
+  EXPECT_EQ(flock(file.other, LOCK_EX | LOCK_NB), -1);
 }
 
 TEST(OsMempool, ClearActiveFlagLeavesThePoolHeld) {

@@ -28,9 +28,7 @@ FatalReport RunToFatalReport(const std::function<void()>& body, const std::strin
 
 void RouteSignalToFatalHandler(int signal) {
   struct sigaction action {};
-  action.sa_sigaction = [](int number, siginfo_t* info, void* context) {
-    NuvStraySignalHandler(number, info, context);
-  };
+  action.sa_sigaction = NuvStraySignalHandler;
   action.sa_flags = SA_SIGINFO | SA_NODEFER;
   sigemptyset(&action.sa_mask);
   sigaction(signal, &action, nullptr);
