@@ -6,7 +6,9 @@ cd "$(dirname "$0")/.."
 . scripts/deps.sh
 nuv_require_packages "${NUV_DEVICE_PACKAGES[@]}"
 
-cmake --preset device -DNUV_BUILD_TESTS=OFF -DNUV_BUILD_BENCHMARKS=OFF >/dev/null
-cmake --build --preset device --target pool_share
+# A build directory of its own, without tests, beside the test suite's build/device.
+build=build/device-example
+cmake --preset device -B "$build" -DNUV_BUILD_TESTS=OFF -DNUV_BUILD_BENCHMARKS=OFF >/dev/null
+cmake --build "$build" --target pool_share
 echo "Running examples/pool_share on the device target (qemu-ppc):"
-qemu-ppc -L /usr/powerpc-linux-gnu build/device/examples/pool_share
+qemu-ppc -L /usr/powerpc-linux-gnu "$build/examples/pool_share"
