@@ -6,9 +6,14 @@
 #include <nuv/fatal.h>
 #include <nuv/lockword.h>
 #include <nuv/logger.h>
+#include <nuv/mempool.h>
+#include <nuv/messenger.h>
 #include <nuv/os_mempool.h>
+#include <nuv/registry.h>
+#include <nuv/seed.h>
 #include <nuv/status.h>
 #include <nuv/thread.h>
+#include <nuv/thread_queue.h>
 #include <nuv/time.h>
 
 #endif  // NUV_NUV_H

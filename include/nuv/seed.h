@@ -1,0 +1,130 @@
+/// \file Pool-resident objects: NuvSeed, NuvVirtualSeed, NuvCore, and the counted handle ref<T>.
+#ifndef NUV_SEED_H
+#define NUV_SEED_H
+
+#include <nuv/mempool.h>
+
+#include <cstddef>
+
+/// The root of every pool object: the pool it lives in and a reference count (8 bytes, in that
+/// order). Created only by its own operator new on a pool.
+class NuvSeed {
+ public:
+  /// Takes a block of the pool tagged "unassigned"; the constructor retags it. A pool that cannot
+  /// give the block ends the process (assertion 2464 of "__nw").
+  static void* operator new(size_t size, NuvMempool* pool);
+  /// Frees the storage to its pool. Does nothing for null; an object whose count is not 0 stops
+  /// at assertion 2475 of "__dl".
+  static void operator delete(void* p);
+  /// Matches the placement form; runs only if a constructor could fail, which none does.
+  static void operator delete(void* p, NuvMempool* pool);
+
+  /// Retags the object's block with user and counts it. Storage that the pool operator new did
+  /// not give stops at assertion 2456 of "NuvSeed".
+  explicit NuvSeed(NuvMempool::User user);
+  ~NuvSeed();
+  NuvSeed(const NuvSeed&) = delete;
+  NuvSeed& operator=(const NuvSeed&) = delete;
+  NuvSeed(NuvSeed&&) = delete;
+  NuvSeed& operator=(NuvSeed&&) = delete;
+
+  /// Adds one reference atomically (nothing for null); returns the object.
+  NuvSeed* UpRef();
+  /// Drops one reference atomically (nothing for null); never deletes.
+  void DownRef();
+
+  NuvMempool* GetPool() const { return poolM; }
+  unsigned GetRefCount() const { return countM; }
+
+ protected:
+  /// Subtracts one reference atomically; returns the count before.
+  unsigned DropReference();
+
+ private:
+  NuvMempool* poolM;
+  volatile unsigned countM;
+};
+
+/// A pool object with a virtual destructor, so that it can be deleted through a base pointer.
+class NuvVirtualSeed : public NuvSeed {
+ public:
+  explicit NuvVirtualSeed(NuvMempool::User user) : NuvSeed(user) {}
+  virtual ~NuvVirtualSeed() = default;
+  NuvVirtualSeed(const NuvVirtualSeed&) = delete;
+  NuvVirtualSeed& operator=(const NuvVirtualSeed&) = delete;
+  NuvVirtualSeed(NuvVirtualSeed&&) = delete;
+  NuvVirtualSeed& operator=(NuvVirtualSeed&&) = delete;
+
+  /// Destroys the object and frees its storage (nothing for null); returns null.
+  NuvVirtualSeed* DeleteThis();
+};
+
+/// The reference-counted base of the library's classes: the last DownRef deletes the object.
+class NuvCore : public NuvVirtualSeed {
+ public:
+  explicit NuvCore(NuvMempool::User user) : NuvVirtualSeed(user) {}
+  ~NuvCore() override = default;
+  NuvCore(const NuvCore&) = delete;
+  NuvCore& operator=(const NuvCore&) = delete;
+  NuvCore(NuvCore&&) = delete;
+  NuvCore& operator=(NuvCore&&) = delete;
+
+  /// Drops one reference atomically (nothing for null); the one that takes the count from 1 to 0
+  /// destroys the object and frees its storage.
+  void DownRef();
+};
+
+/// Holds one reference on a pool object while it holds the object; null is allowed everywhere.
+template <typename T>
+class ref {
+ public:
+  ref() = default;
+  ref(T* object) : objectM(object) { Hold(objectM); }  // NOLINT(google-explicit-constructor)
+  ref(const ref& other) : objectM(other.objectM) { Hold(objectM); }
+  ref(ref&& other) noexcept : objectM(other.objectM) { other.objectM = nullptr; }
+  ~ref() { Release(objectM); }
+
+  /// Takes the reference on the new object before dropping the one on the old.
+  ref& operator=(const ref& other) { return Assign(other.objectM); }
+  ref& operator=(T* object) { return Assign(object); }
+  ref& operator=(ref&& other) noexcept {
+    if (this != &other) {
+      Release(objectM);
+      objectM = other.objectM;
+      other.objectM = nullptr;
+    }
+    return *this;
+  }
+
+  T* operator->() const { return objectM; }
+  T& operator*() const { return *objectM; }
+  T* get() const { return objectM; }
+  explicit operator bool() const { return objectM != nullptr; }
+  bool operator==(const ref& other) const { return objectM == other.objectM; }
+  bool operator!=(const ref& other) const { return objectM != other.objectM; }
+  bool operator==(const T* object) const { return objectM == object; }
+  bool operator!=(const T* object) const { return objectM != object; }
+
+ private:
+  static void Hold(T* object) {
+    if (object != nullptr) {
+      object->UpRef();
+    }
+  }
+  static void Release(T* object) {
+    if (object != nullptr) {
+      object->DownRef();
+    }
+  }
+  ref& Assign(T* object) {
+    Hold(object);
+    T* old = objectM;
+    objectM = object;
+    Release(old);
+    return *this;
+  }
+
+  T* objectM = nullptr;
+};
+
+#endif  // NUV_SEED_H

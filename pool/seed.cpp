@@ -1,0 +1,117 @@
+/// \file NuvSeed, NuvVirtualSeed and NuvCore: pool objects and their reference counts.
+#include <nuv/seed.h>
+
+#include <cstdint>
+
+#include "diag/assert_at.h"
+
+namespace {
+
+// The compiler may treat whatever operator new writes into the storage as dead once the
+// constructor begins (the object's life starts there), and whatever the destructor leaves as
+// dead before operator delete runs. So neither hand-over goes through the object's storage:
+// operator new records the pool beside the storage's address for the constructor, and the
+// destructor records the pool and count for operator delete. One thread of control runs per
+// process, and constructions nest last-in first-out, so a short stack is enough.
+struct PendingObject {
+  const char* storage;
+  size_t size;
+  NuvMempool* pool;
+};
+
+constexpr int kMaxPendingObjects = 32;
+PendingObject pendingObjects[kMaxPendingObjects];
+int pendingCount = 0;
+
+struct ReleasedObject {
+  NuvMempool* pool;
+  unsigned count;
+  bool valid;
+};
+ReleasedObject releasedObject = {nullptr, 0, false};
+
+// The pending allocation whose storage holds this seed (a seed may sit after a table pointer).
+PendingObject TakePendingObject(const void* seed) {
+  const auto* address = static_cast<const char*>(seed);
+  for (int i = pendingCount - 1; i >= 0; --i) {
+    const PendingObject& pending = pendingObjects[i];
+    if (pending.storage <= address && address < pending.storage + pending.size) {
+      const PendingObject found = pending;
+      for (int j = i; j + 1 < pendingCount; ++j) {
+        pendingObjects[j] = pendingObjects[j + 1];
+      }
+      --pendingCount;
+      return found;
+    }
+  }
+  return PendingObject{nullptr, 0, nullptr};
+}
+
+// The compiler may assume that a member function's object is not null: hide that from it, so
+// that the documented null checks stay.
+template <typename T>
+bool IsNull(T* object) {
+  __asm__("" : "+r"(object));
+  return object == nullptr;
+}
+
+}  // namespace
+
+void* NuvSeed::operator new(size_t size, NuvMempool* pool) {
+  void* storage = pool->Malloc(static_cast<unsigned>(size), NuvMempool::unassigned);
+  NUV_ASSERT_AT(storage != nullptr && pendingCount < kMaxPendingObjects, 2464, "__nw");
+  pendingObjects[pendingCount++] = PendingObject{static_cast<char*>(storage), size, pool};
+  return storage;
+}
+
+void NuvSeed::operator delete(void* p) {
+  if (p == nullptr) {
+    return;
+  }
+  const ReleasedObject released = releasedObject;
+  releasedObject.valid = false;
+  NUV_ASSERT_AT(released.valid && released.count == 0, 2475, "__dl");
+  released.pool->Free(p);
+}
+
+void NuvSeed::operator delete(void* p, NuvMempool* pool) {
+  TakePendingObject(p);
+  pool->Free(p);
+}
+
+NuvSeed::NuvSeed(NuvMempool::User user) : countM(0) {
+  const PendingObject pending = TakePendingObject(this);
+  poolM = pending.pool;
+  NUV_ASSERT_AT(poolM != nullptr, 2456, "NuvSeed");
+  poolM->AssignNuvCoreUser(const_cast<char*>(pending.storage), user);
+}
+
+NuvSeed::~NuvSeed() { releasedObject = ReleasedObject{poolM, countM, true}; }
+
+NuvSeed* NuvSeed::UpRef() {
+  if (!IsNull(this)) {
+    fadd(&countM, 1);
+  }
+  return this;
+}
+
+void NuvSeed::DownRef() {
+  if (!IsNull(this)) {
+    fadd(&countM, -1);
+  }
+}
+
+unsigned NuvSeed::DropReference() { return static_cast<unsigned>(fadd(&countM, -1)); }
+
+NuvVirtualSeed* NuvVirtualSeed::DeleteThis() {
+  if (!IsNull(this)) {
+    delete this;
+  }
+  return nullptr;
+}
+
+void NuvCore::DownRef() {
+  if (!IsNull(this) && DropReference() == 1) {
+    DeleteThis();
+  }
+}
