@@ -1,8 +1,11 @@
-/// \file Example: two processes map one named pool at one address and count under its lock word.
+/// \file Example: two processes share a named pool; one registers a counted object in it by id,
+/// both count under the object's lock word, and the other finds the object and releases it.
 #include <nuv/assert.h>
 #include <nuv/lockword.h>
 #include <nuv/logger.h>
-#include <nuv/os_mempool.h>
+#include <nuv/mempool.h>
+#include <nuv/registry.h>
+#include <nuv/seed.h>
 #include <nuv/status.h>
 
 #include <sys/wait.h>
@@ -14,24 +17,55 @@ namespace {
 
 constexpr const char* kPoolName = "pool_share";
 constexpr const char* kTag = "pool_share";
+constexpr unsigned kPoolSize = 64 * 1024;
+constexpr int kTallyId = 1;
 constexpr unsigned kRounds = 5;
 
-// What the two processes share, at the start of the pool.
-struct Shared {
-  NuvLock lock;
-  unsigned counter;
+// The shared object: a counter and the lock word that guards it, both inside the pool.
+class Tally : public NuvCore {
+ public:
+  Tally() : NuvCore(NuvMempool::catalog) {}
+
+  // Logged while the lock is held, so that the lines come out in counter order.
+  void Count(const char* who) {
+    for (unsigned round = 0; round < kRounds; ++round) {
+      upsleeplock(&lockM);
+      ++counterM;
+      NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag, "%s took the lock: counter %u",
+                     who, counterM);
+      upunlock(&lockM);
+      yield();  // the other process's turn
+    }
+  }
+  unsigned Counter() const { return counterM; }
+
+ private:
+  volatile NuvLock lockM = 0;
+  unsigned counterM = 0;
 };
 
-// Logged while the lock is held, so that the lines come out in counter order.
-void Count(Shared* shared, const char* who) {
-  for (unsigned round = 0; round < kRounds; ++round) {
-    upsleeplock(&shared->lock);
-    ++shared->counter;
-    NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag, "%s took the lock: counter %u", who,
-                   shared->counter);
-    upunlock(&shared->lock);
-    yield();  // the other process's turn
+void LogFailure(const char* what, unsigned result) {
+  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::prierr, kTag, "%s failed: %s", what,
+                 NuvStatusText(result));
+}
+
+// Forked from this same program, the attacher has the creator's virtual tables at the same
+// addresses, so it may use the counted object like any other (an independently started program
+// could only read its fields).
+bool CountAndRelease(NuvMempool* pool) {
+  // The registry hands back seeds, and a seed has no virtual functions to check a cast with.
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-static-cast-downcast): the id names a Tally
+  ref<Tally> tally(static_cast<Tally*>(pool->GetRegistry()->FindItem(kTallyId)));
+  if (!tally) {
+    return false;
   }
+  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag, "attacher %d: tally %d at %p",
+                 getpid(), kTallyId, static_cast<void*>(tally.get()));
+  tally->Count("attacher");
+  pool->GetRegistry()->RemoveItem(kTallyId);  // drops the registry's reference
+  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag,
+                 "attacher: tally removed, %u references left", tally->GetRefCount());
+  return true;  // our reference goes with the ref; the creator's keeps the tally alive
 }
 
 // The second process knows the pool only by its name: Attach finds the address in the file.
@@ -42,20 +76,15 @@ int RunAttacher(int readyFd) {
   if (read(readyFd, &ready, 1) != 1) {
     return EXIT_FAILURE;
   }
-  char* base = nullptr;
-  unsigned length = 0;
-  int fd = -1;
-  const unsigned result = NuvOsMempool::Attach(kPoolName, base, length, fd);
+  NuvMempool* pool = nullptr;
+  const unsigned result = NuvMempool::Attach(kPoolName, pool);
   if (result != kNuvOk) {
-    NuvLogger::Log(NuvLogger::facnuv, NuvLogger::prierr, kTag, "attach failed: %s",
-                   NuvStatusText(result));
+    LogFailure("attach", result);
     return EXIT_FAILURE;
   }
-  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag, "attacher %d: pool at %p", getpid(),
-                 static_cast<void*>(base));
-  Count(reinterpret_cast<Shared*>(base), "attacher");
-  NuvOsMempool::Free(base, length, fd);
-  return EXIT_SUCCESS;
+  const bool counted = CountAndRelease(pool);
+  delete pool;  // detaches; the pool file stays
+  return counted ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 bool AttacherSucceeded(pid_t attacher) {
@@ -64,42 +93,39 @@ bool AttacherSucceeded(pid_t attacher) {
          WEXITSTATUS(status) == EXIT_SUCCESS;
 }
 
-// A new pool's bytes are not ours to trust: lay out the shared fields before anyone uses them.
-Shared* LayOut(char* base) {
-  auto* shared = reinterpret_cast<Shared*>(base);
-  shared->lock = 0;
-  shared->counter = 0;
-  return shared;
-}
-
-bool CounterIsRight(const Shared* shared) {
-  const bool right = shared->counter == 2 * kRounds;
-  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag, "counter %u, expected %u: %s",
-                 shared->counter, 2 * kRounds, right ? "right" : "wrong");
+bool IsRight(const Tally& tally, NuvMempoolRegistry* registry) {
+  const bool right = tally.Counter() == 2 * kRounds && registry->FindItem(kTallyId) == nullptr;
+  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag,
+                 "counter %u, expected %u, tally %s: %s", tally.Counter(), 2 * kRounds,
+                 right ? "released" : "still registered", right ? "right" : "wrong");
   return right;
 }
 
+// Registers the tally, counts beside the attacher, and checks what both left behind.
+bool ShareTally(NuvMempool* pool, pid_t attacher, int readyFd) {
+  const ref<Tally> tally(new (pool) Tally());
+  pool->GetRegistry()->AddItem(kTallyId, tally.get());
+  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag, "creator %d: tally %d at %p",
+                 getpid(), kTallyId, static_cast<void*>(tally.get()));
+  write(readyFd, "y", 1);
+  tally->Count("creator");
+  return AttacherSucceeded(attacher) && IsRight(*tally, pool->GetRegistry());
+}  // the last reference goes: the tally deletes itself
+
 int RunCreator(pid_t attacher, int readyFd) {
-  char* base = nullptr;
-  unsigned length = 0;
-  int fd = -1;
-  const unsigned result =
-      NuvOsMempool::Allocate(kPoolName, sizeof(Shared), true, base, length, fd, true);
+  NuvMempool* pool = nullptr;
+  const unsigned result = NuvMempool::Allocate(kPoolName, kPoolSize, true, nullptr, true, pool);
   if (result != kNuvOk) {
-    NuvLogger::Log(NuvLogger::facnuv, NuvLogger::prierr, kTag, "allocate failed: %s",
-                   NuvStatusText(result));
+    LogFailure("allocate", result);
     close(readyFd);  // the attacher reads end-of-file and gives up
     AttacherSucceeded(attacher);
     return EXIT_FAILURE;
   }
-  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag, "creator %d: pool at %p", getpid(),
-                 static_cast<void*>(base));
-  Shared* shared = LayOut(base);
-  write(readyFd, "y", 1);
-  Count(shared, "creator");
-  const bool right = AttacherSucceeded(attacher) && CounterIsRight(shared);
-  NuvOsMempool::Free(base, length, fd);
-  NuvOsMempool::Clean(kPoolName);
+  const bool right = ShareTally(pool, attacher, readyFd);
+  pool->DumpArena(false);
+  pool->DumpHighWater();
+  delete pool;
+  NuvMempool::Clean(kPoolName);
   return right ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 

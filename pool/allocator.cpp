@@ -16,7 +16,7 @@ constexpr unsigned kSmallestBucketSize = 64;
 constexpr unsigned kSmallestSplit = 17;
 constexpr unsigned kSentinelHeader = 0x03000008;
 
-unsigned RoundUpTo4(uint64_t size) { return static_cast<unsigned>((size + 3) & ~uint64_t{3}); }
+uint64_t RoundUpTo4(uint64_t size) { return (size + 3) & ~uint64_t{3}; }
 
 }  // namespace
 

@@ -26,7 +26,7 @@ void NuvMempoolBlock::Bury() {
   }
 }
 
-void NuvMempoolBlock::AssertDeadBeef() {
+void NuvMempoolBlock::AssertDeadBeef() const {
   NUV_ASSERT_AT(Size() >= kMinimumSize, 751, "AssertDeadBeef");
   const unsigned words = Size() / 4;
   for (unsigned i = 4; i < words; ++i) {

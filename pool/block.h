@@ -54,7 +54,7 @@ class NuvMempoolBlock {
   void Bury();
   /// A free block is at least 16 bytes (assertion 751) and holds 0xdeadbeef after its links
   /// (assertion 764) of "AssertDeadBeef".
-  void AssertDeadBeef();
+  void AssertDeadBeef() const;
   /// Padding words are not configured: nothing to check.
   void AssertPaddingOk() {}
 

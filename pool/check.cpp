@@ -5,6 +5,7 @@
 #include <nuv/registry.h>
 
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 
 #include "diag/assert_at.h"
@@ -15,7 +16,7 @@ namespace {
 constexpr unsigned kFirstListedUser = 2;
 constexpr unsigned kKilobyte = 1024;
 
-int Kilobytes(long bytes) { return static_cast<int>(bytes / static_cast<long>(kKilobyte)); }
+int Kilobytes(int64_t bytes) { return static_cast<int>(bytes / kKilobyte); }
 
 }  // namespace
 
@@ -27,14 +28,16 @@ void NuvMempool::LogPool(const char* format, ...) {
 }
 
 void NuvMempool::AssertValidPointer(void* p) {
-  const auto* block = static_cast<const char*>(p) - NuvMempoolBlock::kHeaderBytes;
-  const char* first = firstM->Address();
-  const char* top = topM->Address();
+  // Addresses are compared as numbers: p may be null or foreign, where pointer arithmetic is
+  // undefined.
+  const uintptr_t block = reinterpret_cast<uintptr_t>(p) - NuvMempoolBlock::kHeaderBytes;
+  const auto first = reinterpret_cast<uintptr_t>(firstM);
+  const auto top = reinterpret_cast<uintptr_t>(topM);
   NUV_ASSERT_AT(first < block && block < top, 1436, "AssertValidPointer");
-  const auto* header = NuvMempoolBlock::At(const_cast<char*>(block));
-  NUV_ASSERT_AT(first < block + header->Size() && block + header->Size() <= top, 1439,
-                "AssertValidPointer");
-  const char* below = block - header->PreviousSize();
+  const auto* header = reinterpret_cast<const NuvMempoolBlock*>(block);
+  const uintptr_t end = block + header->Size();
+  NUV_ASSERT_AT(first < end && end <= top, 1439, "AssertValidPointer");
+  const uintptr_t below = block - header->PreviousSize();
   NUV_ASSERT_AT(first <= below && below < top, 1440, "AssertValidPointer");
   NUV_ASSERT_AT(!header->FFree(), 1441, "AssertValidPointer");
 }

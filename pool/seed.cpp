@@ -14,7 +14,7 @@ namespace {
 // destructor records the pool and count for operator delete. One thread of control runs per
 // process, and constructions nest last-in first-out, so a short stack is enough.
 struct PendingObject {
-  const char* storage;
+  char* storage;
   size_t size;
   NuvMempool* pool;
 };
@@ -32,10 +32,11 @@ ReleasedObject releasedObject = {nullptr, 0, false};
 
 // The pending allocation whose storage holds this seed (a seed may sit after a table pointer).
 PendingObject TakePendingObject(const void* seed) {
-  const auto* address = static_cast<const char*>(seed);
+  const auto address = reinterpret_cast<uintptr_t>(seed);
   for (int i = pendingCount - 1; i >= 0; --i) {
     const PendingObject& pending = pendingObjects[i];
-    if (pending.storage <= address && address < pending.storage + pending.size) {
+    const auto start = reinterpret_cast<uintptr_t>(pending.storage);
+    if (start <= address && address < start + pending.size) {
       const PendingObject found = pending;
       for (int j = i; j + 1 < pendingCount; ++j) {
         pendingObjects[j] = pendingObjects[j + 1];
@@ -64,6 +65,7 @@ void* NuvSeed::operator new(size_t size, NuvMempool* pool) {
   return storage;
 }
 
+// NOLINTNEXTLINE(cert-dcl54-cpp,misc-new-delete-overloads): paired with the pool form.
 void NuvSeed::operator delete(void* p) {
   if (p == nullptr) {
     return;
@@ -79,11 +81,11 @@ void NuvSeed::operator delete(void* p, NuvMempool* pool) {
   pool->Free(p);
 }
 
-NuvSeed::NuvSeed(NuvMempool::User user) : countM(0) {
+NuvSeed::NuvSeed(NuvMempool::User user) {
   const PendingObject pending = TakePendingObject(this);
   poolM = pending.pool;
   NUV_ASSERT_AT(poolM != nullptr, 2456, "NuvSeed");
-  poolM->AssignNuvCoreUser(const_cast<char*>(pending.storage), user);
+  poolM->AssignNuvCoreUser(pending.storage, user);
 }
 
 NuvSeed::~NuvSeed() { releasedObject = ReleasedObject{poolM, countM, true}; }

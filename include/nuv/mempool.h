@@ -102,6 +102,7 @@ class NuvMempool {
   NuvMempool(NuvMempool&&) = delete;
   NuvMempool& operator=(NuvMempool&&) = delete;
   /// The storage is the mapping itself: nothing to free.
+  // NOLINTNEXTLINE(cert-dcl54-cpp,misc-new-delete-overloads): pools are never made with new.
   static void operator delete(void* p);
 
   // Life cycle in a process. Results are kNuvOk or the codes of NuvOsMempool.
@@ -150,7 +151,7 @@ class NuvMempool {
   /// Installs the handler that Malloc and Realloc ask before giving up; returns the previous one.
   OutOfMemoryHandler OutOfMemory(OutOfMemoryHandler handler);
   /// The out-of-space report: two log lines, the arena dump, assertion 1216, exit(1).
-  void BlockFailure(unsigned size);
+  [[noreturn]] void BlockFailure(unsigned size);
 
   // Accounting and checks.
   /// Retags p's block with user and counts it (once: "unassigned" blocks are not counted).

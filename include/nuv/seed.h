@@ -11,10 +11,12 @@
 class NuvSeed {
  public:
   /// Takes a block of the pool tagged "unassigned"; the constructor retags it. A pool that cannot
-  /// give the block ends the process (assertion 2464 of "__nw").
+  /// give the block ends the process (the pool's out-of-space report); more than 32 objects
+  /// waiting for their constructors at once stop at assertion 2464 of "__nw".
   static void* operator new(size_t size, NuvMempool* pool);
   /// Frees the storage to its pool. Does nothing for null; an object whose count is not 0 stops
   /// at assertion 2475 of "__dl".
+  // NOLINTNEXTLINE(cert-dcl54-cpp,misc-new-delete-overloads): paired with the pool form below.
   static void operator delete(void* p);
   /// Matches the placement form; runs only if a constructor could fail, which none does.
   static void operator delete(void* p, NuvMempool* pool);
@@ -42,7 +44,7 @@ class NuvSeed {
 
  private:
   NuvMempool* poolM;
-  volatile unsigned countM;
+  volatile unsigned countM = 0;
 };
 
 /// A pool object with a virtual destructor, so that it can be deleted through a base pointer.
@@ -84,9 +86,18 @@ class ref {
   ref(ref&& other) noexcept : objectM(other.objectM) { other.objectM = nullptr; }
   ~ref() { Release(objectM); }
 
-  /// Takes the reference on the new object before dropping the one on the old.
-  ref& operator=(const ref& other) { return Assign(other.objectM); }
-  ref& operator=(T* object) { return Assign(object); }
+  /// Takes the reference on the new object before dropping the one on the old, so assigning a
+  /// ref its own object is safe.
+  ref& operator=(const ref& other) {
+    if (this != &other) {
+      Assign(other.objectM);
+    }
+    return *this;
+  }
+  ref& operator=(T* object) {
+    Assign(object);
+    return *this;
+  }
   ref& operator=(ref&& other) noexcept {
     if (this != &other) {
       Release(objectM);
@@ -116,12 +127,11 @@ class ref {
       object->DownRef();
     }
   }
-  ref& Assign(T* object) {
+  void Assign(T* object) {
     Hold(object);
     T* old = objectM;
     objectM = object;
     Release(old);
-    return *this;
   }
 
   T* objectM = nullptr;
