@@ -4,6 +4,8 @@
 #include <nuv/messenger.h>
 #include <nuv/os_mempool.h>
 #include <nuv/registry.h>
+#include <nuv/semaphore.h>
+#include <nuv/shared_lock.h>
 #include <nuv/thread_queue.h>
 
 #include <cstddef>
@@ -60,6 +62,24 @@ struct NuvMempoolLayout {
   static_assert(sizeof(NuvMempoolRegistry) == 16, "registry: seed, head, lock");
   static_assert(offsetof(NuvMempoolRegistry, headM) == 8, "registry head");
   static_assert(offsetof(NuvMempoolRegistry, lockM) == 12, "registry lock");
+  static_assert(sizeof(NuvSema) == 32, "semaphore: table, seed, count, head, tail, lock, flag");
+  static_assert(offsetof(NuvSema, countM) == 12, "semaphore count");
+  static_assert(offsetof(NuvSema, headM) == 16, "semaphore head");
+  static_assert(offsetof(NuvSema, tailM) == 20, "semaphore tail");
+  static_assert(offsetof(NuvSema, lockM) == 24, "semaphore lock");
+  static_assert(offsetof(NuvSema, flagM) == 28, "semaphore flag");
+  static_assert(sizeof(NuvLockShared) == 40, "shared lock: gate, readers, promoters, drain");
+  static_assert(offsetof(NuvLockShared, readersM) == 32, "shared lock readers");
+  static_assert(offsetof(NuvLockShared, promotersM) == 34, "shared lock promoters");
+  static_assert(offsetof(NuvLockShared, drainM) == 36, "shared lock drain");
+  static_assert(sizeof(NuvMessageQ) == 40, "queue: core and seven fields");
+  static_assert(offsetof(NuvMessageQ, headM) == 12, "queue head");
+  static_assert(offsetof(NuvMessageQ, tailM) == 16, "queue tail");
+  static_assert(offsetof(NuvMessageQ, numberM) == 20, "queue number");
+  static_assert(offsetof(NuvMessageQ, lockM) == 24, "queue lock");
+  static_assert(offsetof(NuvMessageQ, receiveM) == 28, "queue receive semaphore");
+  static_assert(offsetof(NuvMessageQ, sizeM) == 32, "queue size semaphore");
+  static_assert(offsetof(NuvMessageQ, nextM) == 36, "queue next");
 };
 #pragma GCC diagnostic pop
 
@@ -77,6 +97,7 @@ bool WordAligned(const void* p) { return reinterpret_cast<uintptr_t>(p) % 4 == 0
 // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): the assertion ends the process.
 NuvMempool::NuvMempool() { NUV_ASSERT_AT(false, 978, "NuvMempool"); }
 
+// NOLINTNEXTLINE(cert-dcl54-cpp,misc-new-delete-overloads): pools are never made with new.
 void NuvMempool::operator delete(void* /*p*/) {}
 
 void NuvMempool::SetName(const char* name) {

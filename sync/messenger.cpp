@@ -1,4 +1,171 @@
-/// \file NuvMessenger: a pool's numbered message queues.
+/// \file NuvMessenger: a pool's numbered message queues, shared by every process of the pool.
 #include <nuv/messenger.h>
 
+#include <nuv/semaphore.h>
+
+#include "sync/message_node.h"
+
+namespace {
+
+constexpr int kNamedQueueSize = 10;
+
+// Drops the reference that Lookup took, whatever the operation's path.
+class QueueUse {
+ public:
+  explicit QueueUse(NuvMessageQ* queue) : queueM(queue) {}
+  ~QueueUse() { queueM->DownRef(); }
+  QueueUse(const QueueUse&) = delete;
+  QueueUse& operator=(const QueueUse&) = delete;
+  QueueUse(QueueUse&&) = delete;
+  QueueUse& operator=(QueueUse&&) = delete;
+
+ private:
+  NuvMessageQ* queueM;
+};
+
+}  // namespace
+
 NuvMessenger::NuvMessenger() : NuvSeed(NuvMempool::nuv) {}
+
+// The messenger's word is held for the walk only; the reference keeps the queue alive while
+// the caller works on it under the queue's own word.
+NuvMessageQ* NuvMessenger::Lookup(int number) {
+  upsleeplock(&lockM);
+  NuvMessageQ* queue = queuesM;
+  while (queue != nullptr && queue->numberM != number) {
+    queue = queue->nextM;
+  }
+  if (queue != nullptr) {
+    queue->UpRef();
+  }
+  upunlock(&lockM);
+  return queue;
+}
+
+bool NuvMessenger::FNumberTaken(int number) const {
+  for (const NuvMessageQ* queue = queuesM; queue != nullptr; queue = queue->nextM) {
+    if (queue->numberM == number) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// With the messenger's word held: the list keeps one reference on every queue in it.
+void NuvMessenger::AppendQueue(NuvMessageQ* queue) {
+  NuvMessageQ** link = &queuesM;
+  while (*link != nullptr) {
+    link = &(*link)->nextM;
+  }
+  *link = queue;
+  queue->UpRef();
+}
+
+// A named queue that took a number makes the counter skip it.
+int NuvMessenger::CreateQueue(int size) {
+  upsleeplock(&lockM);
+  int number = nextNumberM++;
+  while (FNumberTaken(number)) {
+    number = nextNumberM++;
+  }
+  AppendQueue(new (GetPool()) NuvMessageQ(number, size));
+  upunlock(&lockM);
+  return number;
+}
+
+// The size argument is not used: a named queue's size semaphore always starts at 10.
+unsigned NuvMessenger::CreateNamedQueue(int number, int /*size*/) {
+  upsleeplock(&lockM);
+  if (FNumberTaken(number)) {
+    upunlock(&lockM);
+    return kNuvQueueNumberTaken;
+  }
+  AppendQueue(new (GetPool()) NuvMessageQ(number, kNamedQueueSize));
+  upunlock(&lockM);
+  return kNuvMessageDone;
+}
+
+unsigned NuvMessenger::DestroyQueue(int number) {
+  upsleeplock(&lockM);
+  NuvMessageQ** link = &queuesM;
+  while (*link != nullptr && (*link)->numberM != number) {
+    link = &(*link)->nextM;
+  }
+  NuvMessageQ* queue = *link;
+  if (queue != nullptr) {
+    *link = queue->nextM;
+  }
+  upunlock(&lockM);
+  if (queue == nullptr) {
+    return kNuvQueueNumberTaken;
+  }
+  queue->DownRef();
+  return kNuvMessageDone;
+}
+
+// Sending never waits and never raises the receive semaphore above 0: receivers find messages
+// by looking at the queue. The node's allocation is not checked, as sending has always been.
+unsigned NuvMessenger::isend(int number, NuvMessage& message, char /*flag*/, NuvTime* /*timeout*/) {
+  NuvMessageQ* queue = Lookup(number);
+  if (queue == nullptr) {
+    return kNuvNoSuchQueue;
+  }
+  const QueueUse use(queue);
+  auto* node =
+      static_cast<NuvMessageNode*>(GetPool()->Malloc(sizeof(NuvMessageNode), NuvMempool::nuv));
+  *node = NuvMessageNode{message, nullptr};
+  upsleeplock(&queue->lockM);
+  queue->Append(node);
+  upunlock(&queue->lockM);
+  queue->receiveM->vwaiter();
+  return kNuvMessageDone;
+}
+
+// The time-out restarts in full on every pass: a receiver woken but beaten to the message by
+// another receiver waits again.
+unsigned NuvMessenger::irecv(int number, NuvMessage& out, char noWait, NuvTime* timeout) {
+  NuvMessageQ* queue = Lookup(number);
+  if (queue == nullptr) {
+    return kNuvNoSuchQueue;
+  }
+  const QueueUse use(queue);
+  upsleeplock(&queue->lockM);
+  while (queue->headM == nullptr) {
+    if (noWait != 0) {
+      upunlock(&queue->lockM);
+      return kNuvQueueEmpty;
+    }
+    if (queue->receiveM->spsema(&queue->lockM, timeout) == -1) {
+      return kNuvReceiveTimedOut;
+    }
+    upsleeplock(&queue->lockM);
+  }
+  NuvMessageNode* node = queue->TakeHead();
+  upunlock(&queue->lockM);
+  out = node->message;
+  GetPool()->Free(node);
+  return kNuvMessageDone;
+}
+
+void NuvMessenger::flush(int number) {
+  if (NuvMessageQ* queue = Lookup(number)) {
+    const QueueUse use(queue);
+    queue->flush();
+  }
+}
+
+void NuvMessenger::Filter(int number, NuvMessageQ::Predicate predicate, unsigned long argument) {
+  if (NuvMessageQ* queue = Lookup(number)) {
+    const QueueUse use(queue);
+    queue->Filter(predicate, argument);
+  }
+}
+
+bool NuvMessenger::Peek(int number, unsigned long type) {
+  NuvMessageQ* queue = Lookup(number);
+  if (queue == nullptr) {
+    return false;
+  }
+  const QueueUse use(queue);
+  return queue->Peek(type);
+}

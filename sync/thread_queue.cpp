@@ -1,10 +1,54 @@
 /// \file NuvThreadQMgr: a pool's stock of wait-queue blocks.
 #include <nuv/thread_queue.h>
 
-NuvThreadQMgr::NuvThreadQMgr() : NuvSeed(NuvMempool::nuv), blocksM{} {
+#include <nuv/logger.h>
+#include <nuv/thread.h>
+
+#include "diag/assert_at.h"
+
+NuvThreadQMgr::NuvThreadQMgr() : NuvSeed(NuvMempool::nuv) {
   for (NuvThreadQ& block : blocksM) {
     block.pid = 0;
     block.next = freeM;
     freeM = &block;
   }
+}
+
+NuvThreadQMgr::~NuvThreadQMgr() {
+  int free = 0;
+  for (NuvThreadQ* block = freeM; block != nullptr; block = block->next) {
+    ++free;
+  }
+  if (free >= kBlocks) {
+    return;
+  }
+  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::prierr, "threadQ",
+                 "A mempool was destroyed while active threads were waiting");
+  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::prierr, "threadQ",
+                 "on semaphores. These threads are:");
+  for (const NuvThreadQ& block : blocksM) {
+    if (block.pid != 0) {
+      NuvLogger::Log(NuvLogger::facnuv, NuvLogger::prierr, "threadQ", "   PID = %d", block.pid);
+    }
+  }
+}
+
+// The check is made before the lock word is taken.
+NuvThreadQ* NuvThreadQMgr::GetQBlock() {
+  NUV_ASSERT_AT(freeM != nullptr, 2417, "GetQBlock");
+  upsleeplock(&lockM);
+  NuvThreadQ* block = freeM;
+  freeM = block->next;
+  upunlock(&lockM);
+  block->next = nullptr;
+  block->pid = NuvCurrentThreadId();
+  return block;
+}
+
+void NuvThreadQMgr::ReturnQBlock(NuvThreadQ* block) {
+  upsleeplock(&lockM);
+  block->next = freeM;
+  freeM = block;
+  block->pid = 0;
+  upunlock(&lockM);
 }

@@ -21,3 +21,7 @@ void NuvThread::SetName(const char* name) {
 void NuvThread::abort() { _stray_(0, nullptr); }
 
 void _killthread_(NuvThread* thread) { kill(thread->GetId(), SIGQUIT); }
+
+int NuvCurrentThreadId() {
+  return pCurrentThreadG != nullptr ? pCurrentThreadG->GetId() : getpid();
+}

@@ -11,6 +11,8 @@
 #include <nuv/os_mempool.h>
 #include <nuv/registry.h>
 #include <nuv/seed.h>
+#include <nuv/semaphore.h>
+#include <nuv/shared_lock.h>
 #include <nuv/status.h>
 #include <nuv/thread.h>
 #include <nuv/thread_queue.h>

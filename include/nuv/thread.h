@@ -28,6 +28,10 @@ class NuvThread {
 /// then the fatal report names the process by its pid.
 extern NuvThread* pCurrentThreadG;
 
+/// The id of the calling thread: the current thread's process id, or the process's own pid in a
+/// process that no library thread adopted.
+int NuvCurrentThreadId();
+
 /// Sends SIGQUIT to the thread's process, which (with the fatal handler installed) reports
 /// itself and restarts the device.
 void _killthread_(NuvThread* thread);

@@ -18,12 +18,23 @@ class NuvThreadQMgr : public NuvSeed {
 
   /// Every block free, with pid 0, on the free list.
   NuvThreadQMgr();
+  /// Logs the processes still waiting (tag "threadQ") when blocks are missing from the free list.
+  ~NuvThreadQMgr();
+  NuvThreadQMgr(const NuvThreadQMgr&) = delete;
+  NuvThreadQMgr& operator=(const NuvThreadQMgr&) = delete;
+  NuvThreadQMgr(NuvThreadQMgr&&) = delete;
+  NuvThreadQMgr& operator=(NuvThreadQMgr&&) = delete;
+
+  /// A free block carrying the calling thread's id. With none left (more than 50 waiters in the
+  /// pool) stops at assertion 2417 of "GetQBlock".
+  NuvThreadQ* GetQBlock();
+  void ReturnQBlock(NuvThreadQ* block);
 
  private:
   friend struct NuvMempoolLayout;
   volatile NuvLock lockM = 0;
   NuvThreadQ* freeM = nullptr;
-  NuvThreadQ blocksM[kBlocks];
+  NuvThreadQ blocksM[kBlocks] = {};
 };
 
 #endif  // NUV_THREAD_QUEUE_H
