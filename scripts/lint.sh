@@ -3,7 +3,7 @@
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
-nuv_require_packages clang-format clang-tidy "${NUV_HOST_PACKAGES[@]}"
+nuv_require_packages clang-format clang-tidy "${NUV_HOST_PACKAGES[@]}" "${NUV_TEST_PACKAGES[@]}"
 
 mapfile -t sources < <(git ls-files '*.cpp' '*.h')
 clang-format --dry-run --Werror "${sources[@]}"
