@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "support/raw_words.h"
+
 namespace {
 
 constexpr unsigned kPoolSize = 64 * 1024;
@@ -59,11 +61,7 @@ constexpr unsigned kRecordUser = 2;
 constexpr unsigned kRecordFree = 3;
 constexpr unsigned kRecordNext = 4;
 
-unsigned WordAt(const void* address) {
-  unsigned word = 0;
-  memcpy(&word, address, sizeof word);
-  return word;
-}
+using nuv::test::WordAt;
 
 unsigned AddressOf(const void* p) { return static_cast<unsigned>(reinterpret_cast<uintptr_t>(p)); }
 

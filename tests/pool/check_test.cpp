@@ -14,6 +14,7 @@
 
 #include "support/fatal_report.h"
 #include "support/log_lines.h"
+#include "support/raw_words.h"
 
 namespace {
 
@@ -30,13 +31,8 @@ constexpr int kInfoRecordValue = 134;
 // The arena dump: its heading, users 2 to 13 and the total.
 constexpr size_t kDumpLines = 14;
 
-unsigned WordAt(const char* address) {
-  unsigned word = 0;
-  memcpy(&word, address, sizeof word);
-  return word;
-}
-
-void SetWordAt(char* address, unsigned word) { memcpy(address, &word, sizeof word); }
+using nuv::test::SetWordAt;
+using nuv::test::WordAt;
 
 char* PointerOf(unsigned word) { return reinterpret_cast<char*>(static_cast<uintptr_t>(word)); }
 

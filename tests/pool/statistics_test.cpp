@@ -25,6 +25,7 @@
 #include "support/fatal_report.h"
 #include "support/log_lines.h"
 #include "support/pool_prefix.h"
+#include "support/raw_words.h"
 #include "support/shared_memory.h"
 
 namespace {
@@ -50,11 +51,7 @@ constexpr unsigned kOwnBytes = 20 + 416 + 16;
 // Records of the pool's reports: facility "facnuv" (local0), priority "priinfo".
 constexpr int kInfoRecordValue = 134;
 
-unsigned WordAt(const char* address) {
-  unsigned word = 0;
-  memcpy(&word, address, sizeof word);
-  return word;
-}
+using nuv::test::WordAt;
 
 char* PointerOf(unsigned word) { return reinterpret_cast<char*>(static_cast<uintptr_t>(word)); }
 
