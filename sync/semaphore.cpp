@@ -108,17 +108,22 @@ int NuvSema::getq() {
   return pid;
 }
 
-// Only the time-out path uses it. The tail is left as it is even when the removed block was the
-// tail; kept as the queue has always worked.
+// Only the time-out path uses it. A removed tail hands the tail on to the block before it: the
+// next putq would otherwise link a new waiter onto a block already back in the free stock.
 void NuvSema::clnq(int pid) {
   upsleeplock(&lockM);
+  NuvThreadQ* previous = nullptr;
   NuvThreadQ** link = &headM;
   while (*link != nullptr && (*link)->pid != pid) {
+    previous = *link;
     link = &(*link)->next;
   }
   NuvThreadQ* block = *link;
   if (block != nullptr) {
     *link = block->next;
+    if (block == tailM) {
+      tailM = previous;
+    }
     countM += 1;
     GetPool()->GetQBlockMgr()->ReturnQBlock(block);
   }

@@ -99,7 +99,11 @@ int NuvLockShared::promotelock(NuvTime* timeout) {
   }
   promotersM = static_cast<int16_t>(promotersM + 1);
   while (readersM > promotersM) {
-    drainM->sssema(this, budget.Next());
+    // Only a time-out that is used up ends the wait on drain with -1. Retaking the free gate
+    // then would start the loop over at once, for as long as another reader stays.
+    if (drainM->sssema(this, budget.Next()) == -1) {
+      return -1;
+    }
     if (psema(budget.Next()) == -1) {
       return -1;
     }
