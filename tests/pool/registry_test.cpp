@@ -13,9 +13,13 @@
 
 #include "support/child_process.h"
 #include "support/pool_prefix.h"
+#include "support/pool_usage.h"
 #include "support/shared_memory.h"
 
 namespace {
+
+using nuv::test::InfoWord;
+using nuv::test::InUse;
 
 using nuv::test::ChildOutcome;
 using nuv::test::ChildProcess;
@@ -75,23 +79,10 @@ const SharedValue* AsValue(const NuvSeed* seed) {
 
 unsigned BlockHeader(const void* payload) { return static_cast<const unsigned*>(payload)[-2]; }
 
-unsigned InfoWord(const NuvMempool* pool, unsigned index) { return pool->GetInfo().Word(index); }
-
 // Blocks and payload bytes of the library's own user.
 std::vector<unsigned> NuvUsage(const NuvMempool* pool) {
   return {InfoWord(pool, NuvMempoolInfo::kUserBlocks + NuvMempool::nuv),
           InfoWord(pool, NuvMempoolInfo::kUserBlockBytes + NuvMempool::nuv)};
-}
-
-// Every in-use counter of the pool, totals and per user.
-std::vector<unsigned> InUse(const NuvMempool* pool) {
-  std::vector<unsigned> words = {InfoWord(pool, NuvMempoolInfo::kBlocks),
-                                 InfoWord(pool, NuvMempoolInfo::kBlockBytes)};
-  for (unsigned user = 0; user < NuvMempoolInfo::kUsers; ++user) {
-    words.push_back(InfoWord(pool, NuvMempoolInfo::kUserBlocks + user));
-    words.push_back(InfoWord(pool, NuvMempoolInfo::kUserBlockBytes + user));
-  }
-  return words;
 }
 
 ChildOutcome RunHelper(const std::vector<std::string>& args) {

@@ -11,6 +11,7 @@
 
 #include "support/fatal_report.h"
 #include "support/pool_prefix.h"
+#include "support/pool_usage.h"
 
 // The exported symbols of the null-tolerant members, declared as the platform's calling
 // convention sees them (the object is the first argument). A member call through a null pointer
@@ -22,6 +23,9 @@ NuvVirtualSeed* DeleteThisSymbol(NuvVirtualSeed* object) __asm__(
     "_ZN14NuvVirtualSeed10DeleteThisEv");
 
 namespace {
+
+using nuv::test::InfoWord;
+using nuv::test::InUse;
 
 using nuv::test::FatalReport;
 using nuv::test::RunToFatalReport;
@@ -121,8 +125,6 @@ unsigned PayloadSize(const void* payload) {
   return (BlockHeader(payload) & kSizeMask) - kBlockHeaderBytes;
 }
 
-unsigned InfoWord(const NuvMempool* pool, unsigned index) { return pool->GetInfo().Word(index); }
-
 // Blocks and payload bytes in use under one user.
 struct Usage {
   unsigned blocks;
@@ -137,17 +139,6 @@ Usage UsageOf(const NuvMempool* pool, NuvMempool::User user) {
 Usage HighWaterOf(const NuvMempool* pool, NuvMempool::User user) {
   return {InfoWord(pool, NuvMempoolInfo::kUserBlocksHigh + user),
           InfoWord(pool, NuvMempoolInfo::kUserBlockBytesHigh + user)};
-}
-
-// Every in-use counter of the pool, totals and per user (high-water marks only ever rise).
-std::vector<unsigned> InUse(const NuvMempool* pool) {
-  std::vector<unsigned> words = {InfoWord(pool, NuvMempoolInfo::kBlocks),
-                                 InfoWord(pool, NuvMempoolInfo::kBlockBytes)};
-  for (unsigned user = 0; user < NuvMempoolInfo::kUsers; ++user) {
-    words.push_back(InfoWord(pool, NuvMempoolInfo::kUserBlocks + user));
-    words.push_back(InfoWord(pool, NuvMempoolInfo::kUserBlockBytes + user));
-  }
-  return words;
 }
 
 // A pool of the child's own, so that the parent's pool stays as it was.

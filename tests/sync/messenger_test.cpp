@@ -20,11 +20,17 @@
 #include <vector>
 
 #include "support/child_process.h"
+#include "support/durations.h"
 #include "support/pool_prefix.h"
+#include "support/pool_usage.h"
 #include "support/raw_words.h"
 #include "support/shared_memory.h"
 
 namespace {
+
+using nuv::test::InfoWord;
+using nuv::test::InUse;
+using nuv::test::Milliseconds;
 
 using nuv::test::ChildOutcome;
 using nuv::test::ChildProcess;
@@ -48,7 +54,6 @@ constexpr unsigned kNodeBytes = 32;
 constexpr unsigned kNodeBlockSize = 40;
 constexpr unsigned kQueueBytes = 40;
 constexpr unsigned kSemaphoreBytes = 32;
-constexpr int64_t kNanosecondsPerMillisecond = 1000000;
 // How long the parent waits for a child to reach a state or to end.
 constexpr milliseconds kStepDeadline{3000};
 
@@ -81,8 +86,6 @@ struct Delivery {
 };
 
 unsigned predicateCalls = 0;
-
-NuvTime Milliseconds(int64_t ms) { return NuvTime(ms * kNanosecondsPerMillisecond); }
 
 // A message whose seven words all differ and follow from type and serial; payload word 0 is the
 // serial itself.
@@ -150,23 +153,10 @@ milliseconds Remaining(Clock::time_point giveUp) {
   return std::max(milliseconds(0), std::chrono::duration_cast<milliseconds>(giveUp - Clock::now()));
 }
 
-unsigned InfoWord(const NuvMempool* pool, unsigned index) { return pool->GetInfo().Word(index); }
-
 // Blocks and payload bytes of the library's own user.
 std::vector<unsigned> NuvUsage(const NuvMempool* pool) {
   return {InfoWord(pool, NuvMempoolInfo::kUserBlocks + NuvMempool::nuv),
           InfoWord(pool, NuvMempoolInfo::kUserBlockBytes + NuvMempool::nuv)};
-}
-
-// Every in-use counter of the pool, totals and per user.
-std::vector<unsigned> InUse(const NuvMempool* pool) {
-  std::vector<unsigned> words = {InfoWord(pool, NuvMempoolInfo::kBlocks),
-                                 InfoWord(pool, NuvMempoolInfo::kBlockBytes)};
-  for (unsigned user = 0; user < NuvMempoolInfo::kUsers; ++user) {
-    words.push_back(InfoWord(pool, NuvMempoolInfo::kUserBlocks + user));
-    words.push_back(InfoWord(pool, NuvMempoolInfo::kUserBlockBytes + user));
-  }
-  return words;
 }
 
 // Counts a received message of the many-process test; last holds the latest serial seen from

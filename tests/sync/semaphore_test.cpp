@@ -20,12 +20,15 @@
 #include <vector>
 
 #include "support/child_process.h"
+#include "support/durations.h"
 #include "support/fatal_report.h"
 #include "support/log_lines.h"
 #include "support/pool_prefix.h"
 #include "support/shared_memory.h"
 
 namespace {
+
+using nuv::test::Milliseconds;
 
 using nuv::test::ChildOutcome;
 using nuv::test::ChildProcess;
@@ -85,8 +88,6 @@ bool Eventually(const std::function<bool()>& done,
   }
   return true;
 }
-
-NuvTime Milliseconds(int64_t ms) { return NuvTime(ms * kNanosecondsPerMillisecond); }
 
 std::chrono::milliseconds MillisecondsSince(Clock::time_point start) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);

@@ -16,11 +16,16 @@
 #include <vector>
 
 #include "support/child_process.h"
+#include "support/durations.h"
 #include "support/pool_prefix.h"
+#include "support/pool_usage.h"
 #include "support/raw_words.h"
 #include "support/shared_memory.h"
 
 namespace {
+
+using nuv::test::InUse;
+using nuv::test::Milliseconds;
 
 using nuv::test::ChildOutcome;
 using nuv::test::ChildProcess;
@@ -37,7 +42,6 @@ constexpr unsigned kPoolSize = 64 * 1024;
 constexpr unsigned kDrainOffset = 36;
 // How long the parent waits for a child to reach a state or to end.
 constexpr milliseconds kStepDeadline{3000};
-constexpr int64_t kNanosecondsPerMillisecond = 1000000;
 constexpr int kHoldsUntilWrap = 32768;
 // The four-process run: how long it lasts, how long each holder stays inside and pauses after.
 constexpr milliseconds kStressRun{2000};
@@ -66,8 +70,6 @@ struct Occupancy {
   volatile unsigned writes;
   volatile unsigned stop;
 };
-
-NuvTime Milliseconds(int64_t ms) { return NuvTime(ms * kNanosecondsPerMillisecond); }
 
 int64_t MicrosecondsOf(int64_t ms) { return ms * 1000; }
 
@@ -102,18 +104,6 @@ void AwaitStep(const Report* report, unsigned step) {
 
 NuvSema* Drain(const NuvLockShared* lock) {
   return reinterpret_cast<NuvSema*>(WordAt(reinterpret_cast<const char*>(lock) + kDrainOffset));
-}
-
-// Every in-use counter of the pool, totals and per user.
-std::vector<unsigned> InUse(const NuvMempool* pool) {
-  const NuvMempoolInfo& info = pool->GetInfo();
-  std::vector<unsigned> words = {info.Word(NuvMempoolInfo::kBlocks),
-                                 info.Word(NuvMempoolInfo::kBlockBytes)};
-  for (unsigned user = 0; user < NuvMempoolInfo::kUsers; ++user) {
-    words.push_back(info.Word(NuvMempoolInfo::kUserBlocks + user));
-    words.push_back(info.Word(NuvMempoolInfo::kUserBlockBytes + user));
-  }
-  return words;
 }
 
 unsigned NuvBlocks(const NuvMempool* pool) {
