@@ -1,11 +1,11 @@
 /// \file Cost of a pool's Malloc(64) and Free beside the C library's malloc(64) and free.
 #include <nuv/mempool.h>
-#include <nuv/status.h>
 
 #include <cstdio>
 #include <cstdlib>
 
 #include "bench/median.h"
+#include "bench/private_pool.h"
 
 namespace {
 
@@ -15,10 +15,8 @@ constexpr unsigned kPoolSize = 1024 * 1024;
 }  // namespace
 
 int main() {
-  NuvMempool* pool = nullptr;
-  const unsigned result = NuvMempool::Allocate("bench", kPoolSize, false, nullptr, false, pool);
-  if (result != kNuvOk) {
-    std::fprintf(stderr, "pool allocation failed: %s\n", NuvStatusText(result));
+  NuvMempool* pool = nuv::bench::MakePrivatePool(kPoolSize);
+  if (pool == nullptr) {
     return EXIT_FAILURE;
   }
   // Each block is stored where the compiler must assume it is read, so no pair is left out.

@@ -1,6 +1,5 @@
 /// \file Cost of an uncontended psema+vsema pair beside sem_wait+sem_post on a shared sem_t.
 #include <nuv/semaphore.h>
-#include <nuv/status.h>
 
 #include <semaphore.h>
 #include <sys/mman.h>
@@ -9,6 +8,7 @@
 #include <cstdlib>
 
 #include "bench/median.h"
+#include "bench/private_pool.h"
 
 namespace {
 
@@ -47,10 +47,8 @@ double MedianPosixPair() {
 }  // namespace
 
 int main() {
-  NuvMempool* pool = nullptr;
-  const unsigned result = NuvMempool::Allocate("bench", kPoolSize, false, nullptr, false, pool);
-  if (result != kNuvOk) {
-    std::fprintf(stderr, "pool allocation failed: %s\n", NuvStatusText(result));
+  NuvMempool* pool = nuv::bench::MakePrivatePool(kPoolSize);
+  if (pool == nullptr) {
     return EXIT_FAILURE;
   }
   std::printf("psema+vsema:        %.2f ns\n", MedianPoolPair(pool));

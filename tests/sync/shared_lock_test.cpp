@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -185,6 +186,21 @@ class SharedLock : public ::testing::Test {
     report->promoters = lockM->GetPromoters();
     report->gate = lockM->GetCount();
     report->done = 1;
+  }
+
+  // Calibrates, takes a read hold here, and starts a second reader that promotes with a
+  // time-out of ms, records the result in report, runs then() and gives its read hold back.
+  std::unique_ptr<ChildProcess> StartTimedPromoter(Report* report, int64_t ms,
+                                                   const std::function<void()>& then) {
+    CalibrateTimeOuts();
+    Lock()->readlock(nullptr);
+    return std::make_unique<ChildProcess>([this, report, ms, then] {
+      Lock()->readlock(nullptr);
+      NuvTime timeout = Milliseconds(ms);
+      Record(report, [this, &timeout] { return Lock()->promotelock(&timeout); });
+      then();
+      Lock()->readunlock(nullptr);
+    });
   }
 
   // A child that repeats pass, with a pause after each, until the parent says stop.
@@ -432,19 +448,12 @@ TEST_F(SharedLock, PromotedReaderHoldsOffAReaderOfAnotherProcessUntilWriteunlock
 TEST_F(SharedLock, PromoterSleepsPastTheOtherReadersUnlockUntilItsTimeOutThenReturnsMinusOne) {
   const SharedObject<Report> promoter;
   constexpr int64_t kTimeoutMs = 300;
-  CalibrateTimeOuts();
-  Lock()->readlock(nullptr);
-  ChildProcess promoting([this, &promoter] {
-    Lock()->readlock(nullptr);
-    NuvTime timeout = Milliseconds(kTimeoutMs);
-    Record(&*promoter, [this, &timeout] { return Lock()->promotelock(&timeout); });
-    Lock()->readunlock(nullptr);
-  });
+  const auto promoting = StartTimedPromoter(&*promoter, kTimeoutMs, [] {});
   ASSERT_TRUE(WaitUntil([this] { return DrainCount() == -1; })) << "promoter never slept";
   EXPECT_EQ(Lock()->GetPromoters(), 1);
   Lock()->readunlock(nullptr);
   EXPECT_EQ(DrainCount(), -1);
-  ASSERT_TRUE(Completed(promoting.Finish(kStepDeadline)));
+  ASSERT_TRUE(Completed(promoting->Finish(kStepDeadline)));
   EXPECT_EQ(promoter->result, -1);
   EXPECT_GE(promoter->elapsedUs, MicrosecondsOf(kTimeoutMs));
   EXPECT_EQ(promoter->gate, 1);
@@ -458,15 +467,8 @@ TEST_F(SharedLock, PromoterSleepsPastTheOtherReadersUnlockUntilItsTimeOutThenRet
 TEST_F(SharedLock, PromotelockTimeOutReturnsMinusOneAndLeavesThePromoterCountRaised) {
   const SharedObject<Report> promoter;
   constexpr int64_t kTimeoutMs = 200;
-  CalibrateTimeOuts();
-  Lock()->readlock(nullptr);
-  ChildProcess promoting([this, &promoter] {
-    Lock()->readlock(nullptr);
-    NuvTime timeout = Milliseconds(kTimeoutMs);
-    Record(&*promoter, [this, &timeout] { return Lock()->promotelock(&timeout); });
-    AwaitStep(&*promoter, 1);
-    Lock()->readunlock(nullptr);
-  });
+  const auto promoting =
+      StartTimedPromoter(&*promoter, kTimeoutMs, [&promoter] { AwaitStep(&*promoter, 1); });
   ASSERT_TRUE(WaitUntil([this] { return DrainCount() == -1; })) << "promoter never slept";
   ASSERT_EQ(Lock()->promotelock(nullptr), 0);
   ASSERT_TRUE(WaitUntil([&promoter] { return promoter->done != 0; }));
@@ -476,7 +478,7 @@ TEST_F(SharedLock, PromotelockTimeOutReturnsMinusOneAndLeavesThePromoterCountRai
   EXPECT_EQ(Lock()->GetReaders(), 2) << "the failed promoter keeps its read hold";
   Lock()->writeunlock();
   promoter->go = 1;
-  ASSERT_TRUE(Completed(promoting.Finish(kStepDeadline)));
+  ASSERT_TRUE(Completed(promoting->Finish(kStepDeadline)));
   Lock()->readunlock(nullptr);
   EXPECT_EQ(Lock()->GetReaders(), 0);
   EXPECT_EQ(Lock()->GetPromoters(), 1);
@@ -488,21 +490,15 @@ TEST_F(SharedLock, PromotelockReturnsMinusOneWhenItsTimeOutRunsOutWhileAnotherRe
   const SharedObject<Report> promoter;
   constexpr int64_t kTimeoutMs = 100;
   constexpr milliseconds kReaderStays{600};
-  CalibrateTimeOuts();
-  Lock()->readlock(nullptr);
-  ChildProcess promoting([this, &promoter] {
-    Lock()->readlock(nullptr);
-    NuvTime timeout = Milliseconds(kTimeoutMs);
-    Record(&*promoter, [this, &timeout] { return Lock()->promotelock(&timeout); });
+  const auto promoting = StartTimedPromoter(&*promoter, kTimeoutMs, [this, &promoter] {
     if (promoter->result == 0) {
       Lock()->writeunlock();
     }
-    Lock()->readunlock(nullptr);
   });
   EXPECT_TRUE(WaitUntil([&promoter] { return promoter->done != 0; }, kReaderStays))
       << "the promoter was still inside promotelock when the other reader left";
   Lock()->readunlock(nullptr);
-  ASSERT_TRUE(Completed(promoting.Finish(kStepDeadline)));
+  ASSERT_TRUE(Completed(promoting->Finish(kStepDeadline)));
   EXPECT_EQ(promoter->result, -1);
   EXPECT_EQ(Lock()->GetPromoters(), 1);
 }
