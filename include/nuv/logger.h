@@ -2,9 +2,14 @@
 #ifndef NUV_LOGGER_H
 #define NUV_LOGGER_H
 
+#include <nuv/seed.h>
+#include <nuv/string.h>
+
 #include <cstdarg>
 
-class NuvLogger {
+/// The static forms log with the facility, priority and name given. A logger object (user
+/// "nuv") holds a facility, a default priority and a name for the member forms.
+class NuvLogger : public NuvCore {
  public:
   /// Facilities; each maps to syslog's local0 + value on the wire.
   enum iFacility : int {
@@ -50,6 +55,28 @@ class NuvLogger {
   static const char* PriToString(iPriority pri);
   /// The priority named s, or -1 when none is.
   static iPriority StringToPri(const char* s);
+
+  /// A logger whose name is a copy of name in the logger's pool.
+  NuvLogger(iFacility fac, iPriority pri, const char* name);
+  ~NuvLogger() override = default;
+  NuvLogger(const NuvLogger&) = delete;
+  NuvLogger& operator=(const NuvLogger&) = delete;
+  NuvLogger(NuvLogger&&) = delete;
+  NuvLogger& operator=(NuvLogger&&) = delete;
+
+  /// An entry with the object's facility, priority and name.
+  void Log(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  /// An entry with the object's facility and name at priority pri.
+  void Log(iPriority pri, const char* format, ...) __attribute__((format(printf, 3, 4)));
+  /// An entry with the object's facility and priority under another name.
+  void NameLog(const char* name, const char* format, ...) __attribute__((format(printf, 3, 4)));
+
+ private:
+  friend struct NuvBaseLayout;
+
+  iFacility facilityM;
+  iPriority priorityM;
+  ref<NuvString> nameM;
 };
 
 #endif  // NUV_LOGGER_H

@@ -2,8 +2,12 @@
 #ifndef NUV_NUV_H
 #define NUV_NUV_H
 
+#include <nuv/array.h>
 #include <nuv/assert.h>
 #include <nuv/fatal.h>
+#include <nuv/hash_table.h>
+#include <nuv/id_set.h>
+#include <nuv/list.h>
 #include <nuv/lockword.h>
 #include <nuv/logger.h>
 #include <nuv/mempool.h>
@@ -14,8 +18,11 @@
 #include <nuv/semaphore.h>
 #include <nuv/shared_lock.h>
 #include <nuv/status.h>
+#include <nuv/string.h>
+#include <nuv/table.h>
 #include <nuv/thread.h>
 #include <nuv/thread_queue.h>
 #include <nuv/time.h>
+#include <nuv/unistring.h>
 
 #endif  // NUV_NUV_H

@@ -5,6 +5,7 @@
 #include <nuv/mempool.h>
 
 #include <cstddef>
+#include <type_traits>
 
 /// The root of every pool object: the pool it lives in and a reference count (8 bytes, in that
 /// order). Created only by its own operator new on a pool.
@@ -84,6 +85,12 @@ class ref {
   ref(T* object) : objectM(object) { Hold(objectM); }  // NOLINT(google-explicit-constructor)
   ref(const ref& other) : objectM(other.objectM) { Hold(objectM); }
   ref(ref&& other) noexcept : objectM(other.objectM) { other.objectM = nullptr; }
+  /// A reference to a derived object is also a reference to its base (ref<NuvString> to
+  /// ref<NuvCore>), with one more reference held.
+  template <typename U, typename = std::enable_if_t<std::is_convertible_v<U*, T*>>>
+  ref(const ref<U>& other) : objectM(other.get()) {  // NOLINT(google-explicit-constructor)
+    Hold(objectM);
+  }
   ~ref() { Release(objectM); }
 
   /// Takes the reference on the new object before dropping the one on the old, so assigning a

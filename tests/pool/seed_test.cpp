@@ -27,6 +27,7 @@ namespace {
 using nuv::test::InfoWord;
 using nuv::test::InUse;
 
+using nuv::test::ExpectLibraryAssertion;
 using nuv::test::FatalReport;
 using nuv::test::RunToFatalReport;
 using nuv::test::ScopedPoolPrefix;
@@ -158,15 +159,6 @@ void DeleteChain(Link* link) {
     delete link;
     link = next;
   }
-}
-
-// The report of a failed numbered check of function, and the end of the process after it.
-void ExpectAssertion(const FatalReport& report, const std::string& function, int line) {
-  ASSERT_GE(report.errLines.size(), 2U) << report.outcome.err;
-  EXPECT_EQ(report.errLines[0], "Nuv Assertion Failure: ");
-  EXPECT_EQ(report.errLines[1], "    " + function + ", line " + std::to_string(line) + " ()");
-  EXPECT_TRUE(report.outcome.Exited() && report.outcome.ExitCode() == EXIT_FAILURE)
-      << report.outcome.err;
 }
 
 class PoolObjects : public ::testing::Test {
@@ -365,7 +357,7 @@ TEST_F(PoolObjects, DeleteWithACountOfOneStopsAtLine2475) {
     plain->UpRef();
     delete plain;
   });
-  ExpectAssertion(report, "__dl", 2475);
+  ExpectLibraryAssertion(report, "__dl", 2475);
 }
 
 TEST_F(PoolObjects, ConstructionOutsideThePoolNewStopsAtLine2456) {
@@ -373,19 +365,19 @@ TEST_F(PoolObjects, ConstructionOutsideThePoolNewStopsAtLine2456) {
     alignas(Plain) char storage[sizeof(Plain)];
     ::new (static_cast<void*>(storage)) Plain(1);
   });
-  ExpectAssertion(report, "NuvSeed", 2456);
+  ExpectLibraryAssertion(report, "NuvSeed", 2456);
 }
 
 // Each allocation waits for its constructor while the next is made: the wait is bounded.
 TEST_F(PoolObjects, NewNestedDeeperThanThirtyTwoStopsAtLine2464) {
   const FatalReport report = RunToFatalReport([] { Chain(ChildPool(), kPendingLimit + 1); });
-  ExpectAssertion(report, "__nw", 2464);
+  ExpectLibraryAssertion(report, "__nw", 2464);
 }
 
 // The pool's Malloc never returns null: exhaustion ends the process before the new's own check.
 TEST_F(PoolObjects, NewOnAnExhaustedPoolEndsTheProcessAtBlockFailure) {
   const FatalReport report = RunToFatalReport([] { new (ChildPool(1)) Oversized(); });
-  ExpectAssertion(report, "BlockFailure", 1216);
+  ExpectLibraryAssertion(report, "BlockFailure", 1216);
 }
 
 TEST_F(PoolObjects, NewCoreCountsOneBlockUnderItsUserAndNoneUnassigned) {

@@ -4,7 +4,10 @@
 #include <nuv/fatal.h>
 #include <nuv/logger.h>
 
+#include <gtest/gtest.h>
+
 #include <csignal>
+#include <cstdlib>
 
 #include "support/log_lines.h"
 
@@ -24,6 +27,17 @@ FatalReport RunToFatalReport(const std::function<void()>& body, const std::strin
       LogRecords(report.outcome.out, kAlertRecordValue, "NuvAssertionFailure", report.pid);
   report.errLines = Lines(report.outcome.err);
   return report;
+}
+
+void ExpectLibraryAssertion(const FatalReport& report, const std::string& function, int line) {
+  const std::string where = function + ", line " + std::to_string(line) + " ()";
+  ASSERT_GE(report.errLines.size(), 2U) << report.outcome.err;
+  EXPECT_EQ(report.errLines[0], "Nuv Assertion Failure: ");
+  EXPECT_EQ(report.errLines[1], "    " + where);
+  ASSERT_EQ(report.assertionRecords.size(), 1U) << report.outcome.out;
+  EXPECT_EQ(report.assertionRecords[0], " (" + where + ")");
+  EXPECT_TRUE(report.outcome.Exited() && report.outcome.ExitCode() == EXIT_FAILURE)
+      << report.outcome.err;
 }
 
 void RouteSignalToFatalHandler(int signal) {

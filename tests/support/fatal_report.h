@@ -29,6 +29,11 @@ struct FatalReport {
 /// carry (the current thread's name, or empty for the child's pid).
 FatalReport RunToFatalReport(const std::function<void()>& body, const std::string& tag = "");
 
+/// Checks that the child failed the library's check number line of function: the lines
+/// "Nuv Assertion Failure: " and "    Function, line N ()" on standard error, the one assertion
+/// record, and the end of the process that every failed check brings.
+void ExpectLibraryAssertion(const FatalReport& report, const std::string& function, int line);
+
 /// Sends signal to the fatal handler (SA_SIGINFO with SA_NODEFER), as thread processes do.
 void RouteSignalToFatalHandler(int signal);
 

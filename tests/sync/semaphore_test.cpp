@@ -32,6 +32,7 @@ using nuv::test::Milliseconds;
 
 using nuv::test::ChildOutcome;
 using nuv::test::ChildProcess;
+using nuv::test::ExpectLibraryAssertion;
 using nuv::test::FatalReport;
 using nuv::test::RunToFatalReport;
 using nuv::test::ScopedPoolPrefix;
@@ -165,16 +166,6 @@ bool Ignored(int signal) {
   struct sigaction current {};
   sigaction(signal, nullptr, &current);
   return current.sa_handler == SIG_IGN;
-}
-
-// The lines "Nuv Assertion Failure: " and "    Function, line N ()" of a library invariant.
-void ExpectLibraryAssertion(const FatalReport& report, const std::string& function, int line) {
-  const std::string where = function + ", line " + std::to_string(line) + " ()";
-  ASSERT_GE(report.errLines.size(), 2U) << report.outcome.err;
-  EXPECT_EQ(report.errLines[0], "Nuv Assertion Failure: ");
-  EXPECT_EQ(report.errLines[1], "    " + where);
-  ASSERT_EQ(report.assertionRecords.size(), 1U) << report.outcome.out;
-  EXPECT_EQ(report.assertionRecords[0], " (" + where + ")");
 }
 
 // Each test gets a named pool, so that its semaphores are shared with the children it forks;
