@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -564,6 +565,31 @@ TEST_F(Refs, SelfMoveAssignmentKeepsTheReference) {
   EXPECT_EQ(held.get(), counted);
   EXPECT_EQ(counted->GetRefCount(), 1U);
   EXPECT_EQ(Destroyed(), 0);
+}
+
+TEST_F(Refs, ReferenceToDerivedConvertsToReferenceToBaseHoldingOneMore) {
+  static_assert(!std::is_convertible_v<ref<NuvCore>, ref<Counted>>, "never towards a derived");
+  Counted* counted = NewCounted(3);
+  const ref<Counted> derived(counted);
+  {
+    const ref<NuvCore> base(derived);
+    EXPECT_EQ(base.get(), counted);
+    EXPECT_EQ(counted->GetRefCount(), 2U);
+  }
+  EXPECT_EQ(counted->GetRefCount(), 1U);
+  EXPECT_EQ(Destroyed(), 0);
+}
+
+TEST_F(Refs, BaseReferenceMadeFromTheLastDerivedOneKeepsTheObject) {
+  ref<NuvCore> base;
+  {
+    const ref<Counted> derived(NewCounted(4));
+    base = ref<NuvCore>(derived);
+  }
+  EXPECT_EQ(Destroyed(), 0);
+  EXPECT_EQ(base->GetRefCount(), 1U);
+  base = nullptr;
+  EXPECT_EQ(Destroyed(), 1);
 }
 
 TEST_F(Refs, CountFollowsEachHolder) {
