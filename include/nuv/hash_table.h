@@ -73,7 +73,8 @@ class NuvGenericHashTable {
   /// allowed; a slot filled behind the cursor is not visited.
   void Start();
   bool FCurrent() const;
-  /// Key and data at the cursor, each with a new reference.
+  /// Key and data at the cursor, each with a new reference. The cursor is not checked: call them
+  /// only while FCurrent().
   ref<NuvCore> CurrentKey();
   ref<NuvCore> CurrentData();
   void Next();
@@ -82,9 +83,10 @@ class NuvGenericHashTable {
   static unsigned long HashString(const char* s);
   /// For each byte b of p[0..n): h = rotate-left(h, 5) ^ b.
   static void FastHashBytes(const void* p, unsigned n, unsigned long& h);
-  /// HashString of the UTF-8 form.
+  /// HashString of the UTF-8 form; s must not be null.
   static unsigned long HashNuvString(ref<NuvString> s);
-  /// The decimal value of the UTF-8 form times 5, as an unsigned 32-bit value.
+  /// The leading decimal numeral of the UTF-8 form (strtol; 0 when there is none) times 5, as an
+  /// unsigned 32-bit value; s must not be null.
   static unsigned long HashNuvStringAtoi(ref<NuvString> s);
   /// strcmp of the UTF-8 forms; a null string sorts after any other (both null: 0).
   static int CmpNuvString(ref<NuvString> a, ref<NuvString> b);

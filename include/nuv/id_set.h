@@ -38,7 +38,7 @@ class NuvIdSet : public NuvCore {
 
   /// Puts id at the front unless it is present.
   void Add(unsigned long id);
-  /// Removes id; nothing happens when it is absent.
+  /// Removes id; nothing happens when it is absent (an empty set included).
   void Remove(unsigned long id);
   bool FPresent(unsigned long id) const;
   bool FEmpty() const;
@@ -49,8 +49,8 @@ class NuvIdSet : public NuvCore {
   unsigned long Current() const;
   /// Assertion 321 of "Next" without a cursor.
   void Next();
-  /// The identifier i steps from the front (0 is the newest); assertion 322 of "Index" when the
-  /// set has no element i.
+  /// The identifier i steps from the front (0 is the newest; a negative i counts as 0);
+  /// assertion 322 of "Index" when the set has no element i.
   unsigned long Index(int i) const;
 
  private:

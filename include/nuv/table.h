@@ -29,7 +29,8 @@ class NuvTableElem : public NuvCore {
 /// under way. Lookups are linear.
 class NuvGenericTable {
  public:
-  /// Appends an entry holding one reference to item; null stops at assertion 301 of "Add".
+  /// Appends an entry holding one reference to item, allocated in item's pool; null stops at
+  /// assertion 301 of "Add", a head without a tail at assertion 302.
   void Add(unsigned long key, NuvCore* item);
   bool FHasKey(unsigned long key) const;
   /// The item of the oldest entry with key, with a new reference; null when there is none.
