@@ -10,6 +10,7 @@ NuvListElem::NuvListElem(NuvCore* item) : NuvCore(NuvMempool::nuv), itemM(item) 
 NuvListElem::~NuvListElem() = default;
 
 void NuvGenericList::Append(NuvCore* item) {
+  NUV_ASSERT_AT(item != nullptr, 200, "Append");
   // The element lives where its item lives, whatever pool the list's owner is in.
   const ref<NuvListElem> elem = new (item->GetPool()) NuvListElem(item);
   if (tailM) {

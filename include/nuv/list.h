@@ -27,8 +27,8 @@ class NuvListElem : public NuvCore {
 /// Remove end an iteration under way (FCurrent() is false afterwards).
 class NuvGenericList {
  public:
-  /// Appends item (not null), taking one reference; the element is allocated in item's pool. A
-  /// head without a tail stops at assertion 201 of "Append".
+  /// Appends item, taking one reference; the element is allocated in item's pool. A null item
+  /// stops at assertion 200 of "Append", a head without a tail at assertion 201.
   void Append(NuvCore* item);
   /// Unlinks the first element carrying item (the same object). An empty list stops at
   /// assertion 202 of "Remove", an item not in the list at assertion 203.

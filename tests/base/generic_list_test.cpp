@@ -222,6 +222,14 @@ TEST_F(GenericList, NextPastTheLastItemFailsItsAssertion) {
                          "Next", 205);
 }
 
+TEST_F(GenericList, AppendOfNullFailsItsAssertion) {
+  ExpectLibraryAssertion(RunToFatalReport([] {
+                           NuvGenericList list;
+                           list.Append(nullptr);
+                         }),
+                         "Append", 200);
+}
+
 TEST_F(GenericList, AppendWithAnEmptyTailButAHeadFailsItsAssertion) {
   ExpectLibraryAssertion(RunToFatalReport([&] {
                            const ref<CoreItem> a = Item(1);
