@@ -62,11 +62,16 @@ bool NuvStringList::FContains(NuvString* s) {
 }
 
 void NuvStringList::Remove(NuvString* s) {
-  // s may be held by nothing but this list: keep it alive for the comparisons still to come.
-  const ref<NuvString> held(s);
+  // The list may hold the only references to s itself: those are dropped after the scan, so
+  // that the comparisons still to come never read a freed string.
+  int dropsOfS = 0;
   for (int i = 0; i < countM; ++i) {
     if (itemsM[i]->FEqual(s)) {
-      itemsM[i]->DownRef();
+      if (itemsM[i] == s) {
+        ++dropsOfS;
+      } else {
+        itemsM[i]->DownRef();
+      }
       for (int j = i + 1; j < countM; ++j) {
         itemsM[j - 1] = itemsM[j];
       }
@@ -74,6 +79,9 @@ void NuvStringList::Remove(NuvString* s) {
       // The element now at i is not examined (the loop moves on): a deliberate quirk that
       // callers rely on, removing one of two equal neighbours per call.
     }
+  }
+  for (; dropsOfS > 0; --dropsOfS) {
+    s->DownRef();
   }
 }
 

@@ -146,6 +146,29 @@ TEST_F(StringList, RemovingTheListsOnlyReferenceStillComparesAgainstItsText) {
   EXPECT_EQ(Texts(*list), (std::vector<std::string>{"b"}));
 }
 
+TEST_F(StringList, RemoveByAStringThatNothingCountsLeavesItAlive) {
+  const ref<NuvStringList> list = List({"a", "b"});
+  auto* loose = new (Pool()) NuvString("a");
+  list->Remove(loose);
+  EXPECT_EQ(loose->GetRefCount(), 0U);
+  EXPECT_STREQ(loose->Utf8(), "a");
+  EXPECT_EQ(Texts(*list), (std::vector<std::string>{"b"}));
+  loose->DeleteThis();
+}
+
+TEST_F(StringList, RemovingAStringHeldTwiceOnlyByTheListReleasesIt) {
+  {
+    const ref<NuvStringList> list = new (Pool()) NuvStringList();
+    auto* twice = new (Pool()) NuvString("t");
+    list->Add(twice);
+    list->Add(new (Pool()) NuvString("u"));
+    list->Add(twice);
+    list->Remove(twice);
+    EXPECT_EQ(Texts(*list), (std::vector<std::string>{"u"}));
+  }
+  EXPECT_EQ(InUse(Pool()), Start());
+}
+
 TEST_F(StringList, RemoveLeavesTheCursorWhereItWas) {
   const ref<NuvStringList> list = List({"a", "b", "c"});
   list->Start();
