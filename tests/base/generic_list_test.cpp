@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <vector>
 
 #include "support/core_item.h"
@@ -22,6 +23,7 @@ using nuv::test::InUse;
 using nuv::test::PrivatePoolTest;
 using nuv::test::RunToFatalReport;
 using nuv::test::SetWordAt;
+using nuv::test::ValueOf;
 
 // Byte offset of the list's tail reference (after head).
 constexpr unsigned kTailOffset = 4;
@@ -35,8 +37,6 @@ class GenericList : public PrivatePoolTest {
   ref<CoreItem> Item(int value) const { return new (Pool()) CoreItem(value); }
 };
 
-int ValueOf(const ref<NuvCore>& item) { return dynamic_cast<const CoreItem*>(item.get())->Value(); }
-
 // The values of a whole walk from Start.
 std::vector<int> Walk(NuvGenericList& list) {
   std::vector<int> values;
@@ -44,6 +44,12 @@ std::vector<int> Walk(NuvGenericList& list) {
     values.push_back(ValueOf(list.Current()));
   }
   return values;
+}
+
+void AppendAll(NuvGenericList& list, std::initializer_list<NuvCore*> items) {
+  for (NuvCore* item : items) {
+    list.Append(item);
+  }
 }
 
 // A list's first item; the list must not be empty.
@@ -63,9 +69,7 @@ TEST_F(GenericList, WalkVisitsTheItemsInAppendOrder) {
   const ref<CoreItem> b = Item(2);
   const ref<CoreItem> c = Item(3);
   NuvGenericList list;
-  list.Append(a.get());
-  list.Append(b.get());
-  list.Append(c.get());
+  AppendAll(list, {a.get(), b.get(), c.get()});
   EXPECT_EQ(Walk(list), (std::vector<int>{1, 2, 3}));
 }
 
@@ -83,8 +87,7 @@ TEST_F(GenericList, AppendTakesOneReferenceAndCurrentGivesANewOne) {
 TEST_F(GenericList, TheSameItemCanBeAppendedTwice) {
   const ref<CoreItem> item = Item(4);
   NuvGenericList list;
-  list.Append(item.get());
-  list.Append(item.get());
+  AppendAll(list, {item.get(), item.get()});
   EXPECT_EQ(Walk(list), (std::vector<int>{4, 4}));
   EXPECT_EQ(item->GetRefCount(), 3U);
 }
@@ -93,8 +96,7 @@ TEST_F(GenericList, AppendEndsAnIterationUnderWay) {
   const ref<CoreItem> a = Item(1);
   const ref<CoreItem> b = Item(2);
   NuvGenericList list;
-  list.Append(a.get());
-  list.Append(b.get());
+  AppendAll(list, {a.get(), b.get()});
   list.Start();
   ASSERT_TRUE(list.FCurrent());
   list.Append(a.get());
@@ -105,8 +107,7 @@ TEST_F(GenericList, RemoveEndsAnIterationUnderWay) {
   const ref<CoreItem> a = Item(1);
   const ref<CoreItem> b = Item(2);
   NuvGenericList list;
-  list.Append(a.get());
-  list.Append(b.get());
+  AppendAll(list, {a.get(), b.get()});
   list.Start();
   list.Remove(b.get());
   EXPECT_FALSE(list.FCurrent());
@@ -117,9 +118,7 @@ TEST_F(GenericList, RemoveOfTheHeadLeavesTheRest) {
   const ref<CoreItem> b = Item(2);
   const ref<CoreItem> c = Item(3);
   NuvGenericList list;
-  list.Append(a.get());
-  list.Append(b.get());
-  list.Append(c.get());
+  AppendAll(list, {a.get(), b.get(), c.get()});
   list.Remove(a.get());
   EXPECT_EQ(Walk(list), (std::vector<int>{2, 3}));
 }
@@ -129,9 +128,7 @@ TEST_F(GenericList, RemoveOfAMiddleItemLeavesTheOthersInOrder) {
   const ref<CoreItem> b = Item(2);
   const ref<CoreItem> c = Item(3);
   NuvGenericList list;
-  list.Append(a.get());
-  list.Append(b.get());
-  list.Append(c.get());
+  AppendAll(list, {a.get(), b.get(), c.get()});
   list.Remove(b.get());
   EXPECT_EQ(Walk(list), (std::vector<int>{1, 3}));
 }
@@ -142,9 +139,7 @@ TEST_F(GenericList, RemovingTheTailMovesTailToItsPredecessorAndTheNextAppendLink
   const ref<CoreItem> c = Item(3);
   const ref<CoreItem> d = Item(4);
   NuvGenericList list;
-  list.Append(a.get());
-  list.Append(b.get());
-  list.Append(c.get());
+  AppendAll(list, {a.get(), b.get(), c.get()});
   list.Remove(c.get());
   list.Append(d.get());
   EXPECT_EQ(Walk(list), (std::vector<int>{1, 2, 4}));
@@ -165,9 +160,7 @@ TEST_F(GenericList, RemoveTakesOnlyTheFirstElementCarryingTheItem) {
   const ref<CoreItem> a = Item(1);
   const ref<CoreItem> b = Item(2);
   NuvGenericList list;
-  list.Append(a.get());
-  list.Append(b.get());
-  list.Append(a.get());
+  AppendAll(list, {a.get(), b.get(), a.get()});
   list.Remove(a.get());
   EXPECT_EQ(Walk(list), (std::vector<int>{2, 1}));
   EXPECT_EQ(a->GetRefCount(), 2U);
@@ -246,8 +239,7 @@ TEST_F(GenericList, ClearMakesTheListReadAsEmpty) {
   const ref<CoreItem> a = Item(1);
   const ref<CoreItem> b = Item(2);
   NuvGenericList list;
-  list.Append(a.get());
-  list.Append(b.get());
+  AppendAll(list, {a.get(), b.get()});
   list.Clear();
   EXPECT_TRUE(Walk(list).empty());
 }
@@ -258,9 +250,7 @@ TEST_F(GenericList, ClearReleasesTheElementsThatTheTailAndCursorDoNotHold) {
   const ref<CoreItem> c = Item(3);
   {
     NuvGenericList list;
-    list.Append(a.get());
-    list.Append(b.get());
-    list.Append(c.get());
+    AppendAll(list, {a.get(), b.get(), c.get()});
     list.Start();
     list.Next();
     list.Clear();
@@ -300,9 +290,7 @@ TEST_F(GenericList, ElementsLiveInThePoolOfTheirItem) {
     const unsigned hereBefore = NuvBlocksOf(Pool());
     const unsigned thereBefore = NuvBlocksOf(other);
     NuvGenericList list;
-    list.Append(there.get());
-    list.Append(there.get());
-    list.Append(here.get());
+    AppendAll(list, {there.get(), there.get(), here.get()});
     EXPECT_EQ(NuvBlocksOf(Pool()), hereBefore + 1);
     EXPECT_EQ(NuvBlocksOf(other), thereBefore + 2);
     list.Remove(there.get());
@@ -341,9 +329,7 @@ TEST_F(GenericList, DestroyingAFullListGivesBackEveryBlockAndReference) {
     const ref<CoreItem> b = Item(2);
     {
       NuvGenericList list;
-      list.Append(a.get());
-      list.Append(b.get());
-      list.Append(a.get());
+      AppendAll(list, {a.get(), b.get(), a.get()});
       list.Start();
     }
     EXPECT_EQ(a->GetRefCount(), 1U);

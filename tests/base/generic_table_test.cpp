@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <utility>
 #include <vector>
 
@@ -23,6 +24,7 @@ using nuv::test::InUse;
 using nuv::test::PrivatePoolTest;
 using nuv::test::RunToFatalReport;
 using nuv::test::SetWordAt;
+using nuv::test::ValueOf;
 using nuv::test::WordAt;
 
 // Byte offsets of the table's head and tail references.
@@ -45,8 +47,6 @@ class GenericTable : public PrivatePoolTest {
   ref<CoreItem> Item(int value) const { return new (Pool()) CoreItem(value); }
 };
 
-int ValueOf(const ref<NuvCore>& item) { return dynamic_cast<const CoreItem*>(item.get())->Value(); }
-
 // The entries of a whole walk from Start.
 std::vector<Entry> Walk(NuvGenericTable& table) {
   std::vector<Entry> entries;
@@ -54,6 +54,13 @@ std::vector<Entry> Walk(NuvGenericTable& table) {
     entries.emplace_back(table.CurrentKey(), ValueOf(table.Current()));
   }
   return entries;
+}
+
+void AddAll(NuvGenericTable& table,
+            std::initializer_list<std::pair<unsigned long, NuvCore*>> entries) {
+  for (const auto& [key, item] : entries) {
+    table.Add(key, item);
+  }
 }
 
 TEST_F(GenericTable, NewTableIsEmptyWithNothingToWalk) {
@@ -67,9 +74,7 @@ TEST_F(GenericTable, RepeatedKeysAreWalkedInInsertionOrder) {
   const ref<CoreItem> second = Item(2);
   const ref<CoreItem> third = Item(3);
   NuvGenericTable table;
-  table.Add(5, first.get());
-  table.Add(7, second.get());
-  table.Add(5, third.get());
+  AddAll(table, {{5, first.get()}, {7, second.get()}, {5, third.get()}});
   EXPECT_FALSE(table.FEmpty());
   EXPECT_EQ(Walk(table), (std::vector<Entry>{{5, 1}, {7, 2}, {5, 3}}));
 }
@@ -79,9 +84,7 @@ TEST_F(GenericTable, LookupOfARepeatedKeyGivesTheOldestItem) {
   const ref<CoreItem> second = Item(2);
   const ref<CoreItem> third = Item(3);
   NuvGenericTable table;
-  table.Add(5, first.get());
-  table.Add(7, second.get());
-  table.Add(5, third.get());
+  AddAll(table, {{5, first.get()}, {7, second.get()}, {5, third.get()}});
   EXPECT_EQ(table.Lookup(5).get(), first.get());
   EXPECT_EQ(table.Lookup(7).get(), second.get());
 }
@@ -91,9 +94,7 @@ TEST_F(GenericTable, RemoveKeyOfARepeatedKeyRemovesTheOldestEntry) {
   const ref<CoreItem> second = Item(2);
   const ref<CoreItem> third = Item(3);
   NuvGenericTable table;
-  table.Add(5, first.get());
-  table.Add(7, second.get());
-  table.Add(5, third.get());
+  AddAll(table, {{5, first.get()}, {7, second.get()}, {5, third.get()}});
   table.RemoveKey(5);
   EXPECT_EQ(Walk(table), (std::vector<Entry>{{7, 2}, {5, 3}}));
   EXPECT_EQ(first->GetRefCount(), 1U);
@@ -130,9 +131,7 @@ TEST_F(GenericTable, RemoveUnlinksTheFirstEntryCarryingTheItem) {
   const ref<CoreItem> a = Item(1);
   const ref<CoreItem> b = Item(2);
   NuvGenericTable table;
-  table.Add(10, a.get());
-  table.Add(20, b.get());
-  table.Add(30, a.get());
+  AddAll(table, {{10, a.get()}, {20, b.get()}, {30, a.get()}});
   table.Remove(a.get());
   EXPECT_EQ(Walk(table), (std::vector<Entry>{{20, 2}, {30, 1}}));
   EXPECT_EQ(a->GetRefCount(), 2U);
@@ -143,9 +142,7 @@ TEST_F(GenericTable, RemoveOfAMiddleEntryLeavesTheOthersInOrder) {
   const ref<CoreItem> b = Item(2);
   const ref<CoreItem> c = Item(3);
   NuvGenericTable table;
-  table.Add(10, a.get());
-  table.Add(20, b.get());
-  table.Add(30, c.get());
+  AddAll(table, {{10, a.get()}, {20, b.get()}, {30, c.get()}});
   table.RemoveKey(20);
   EXPECT_EQ(Walk(table), (std::vector<Entry>{{10, 1}, {30, 3}}));
 }
@@ -155,8 +152,7 @@ TEST_F(GenericTable, RemovingTheTailEntryMovesTailToItsPredecessor) {
   const ref<CoreItem> b = Item(2);
   const ref<CoreItem> c = Item(3);
   NuvGenericTable table;
-  table.Add(10, a.get());
-  table.Add(20, b.get());
+  AddAll(table, {{10, a.get()}, {20, b.get()}});
   table.Remove(b.get());
   table.Add(30, c.get());
   EXPECT_EQ(Walk(table), (std::vector<Entry>{{10, 1}, {30, 3}}));
@@ -190,9 +186,7 @@ TEST_F(GenericTable, RemovalsEndAnIterationUnderWay) {
   const ref<CoreItem> a = Item(1);
   const ref<CoreItem> b = Item(2);
   NuvGenericTable table;
-  table.Add(10, a.get());
-  table.Add(20, b.get());
-  table.Add(30, b.get());
+  AddAll(table, {{10, a.get()}, {20, b.get()}, {30, b.get()}});
   table.Start();
   table.Remove(b.get());
   EXPECT_FALSE(table.FCurrent());
@@ -298,9 +292,7 @@ TEST_F(GenericTable, EntriesLiveInThePoolOfTheirItem) {
     const unsigned hereBefore = NuvBlocksOf(Pool());
     const unsigned thereBefore = NuvBlocksOf(other);
     NuvGenericTable table;
-    table.Add(1, there.get());
-    table.Add(2, here.get());
-    table.Add(3, there.get());
+    AddAll(table, {{1, there.get()}, {2, here.get()}, {3, there.get()}});
     EXPECT_EQ(NuvBlocksOf(Pool()), hereBefore + 1);
     EXPECT_EQ(NuvBlocksOf(other), thereBefore + 2);
     table.RemoveKey(3);
@@ -343,9 +335,7 @@ TEST_F(GenericTable, DestroyingAFullTableGivesBackEveryBlockAndReference) {
     const ref<CoreItem> b = Item(2);
     {
       NuvGenericTable table;
-      table.Add(1, a.get());
-      table.Add(2, b.get());
-      table.Add(1, b.get());
+      AddAll(table, {{1, a.get()}, {2, b.get()}, {1, b.get()}});
       table.Start();
     }
     EXPECT_EQ(a->GetRefCount(), 1U);

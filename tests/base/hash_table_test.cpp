@@ -23,13 +23,9 @@ using nuv::test::FatalReport;
 using nuv::test::InUse;
 using nuv::test::RunToFatalReport;
 using nuv::test::ScopedPoolPrefix;
+using nuv::test::ValueOf;
 
 constexpr unsigned kPoolSize = 64 * 1024;
-
-int ValueOf(const ref<NuvCore>& core) {
-  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-static-cast-downcast): the tables hold items
-  return static_cast<CoreItem*>(core.get())->Value();
-}
 
 std::string TextOf(const ref<NuvCore>& core) {
   // NOLINTNEXTLINE(cppcoreguidelines-pro-type-static-cast-downcast): string tables hold strings

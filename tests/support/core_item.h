@@ -17,6 +17,11 @@ class CoreItem : public NuvCore {
   int valueM;
 };
 
+/// The value of a CoreItem held through a reference to its base.
+inline int ValueOf(const ref<NuvCore>& item) {
+  return dynamic_cast<const CoreItem&>(*item).Value();
+}
+
 }  // namespace nuv::test
 
 #endif  // NUV_TESTS_SUPPORT_CORE_ITEM_H
