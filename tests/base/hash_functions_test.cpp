@@ -1,7 +1,6 @@
 /// \file The table's hash functions: lookup2 against its published values and an independent
 /// form, the rotate-and-xor byte hash, and the hashes and comparison of string keys.
 #include <nuv/hash_table.h>
-#include <nuv/status.h>
 
 #include <gtest/gtest.h>
 
@@ -9,13 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "support/pool_prefix.h"
+#include "support/private_pool.h"
 
 namespace {
-
-using nuv::test::ScopedPoolPrefix;
-
-constexpr unsigned kPoolSize = 64 * 1024;
 
 // lookup2 written apart from the library's form, so that one mistake is unlikely to be made
 // twice: the mix as nine turns of one step over the rotating triple (a, b, c), and the tail
@@ -144,22 +139,12 @@ TEST(FastHashBytes, ContinuesFromTheValueGiven) {
   EXPECT_EQ(FastHash({0x01, 0x02}, 0), FastHash({0x02}, FastHash({0x01}, 0)));
 }
 
-class StringKeys : public ::testing::Test {
+class StringKeys : public nuv::test::PrivatePoolTest {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(NuvMempool::Allocate("keys", kPoolSize, false, nullptr, false, poolM), kNuvOk);
-  }
-  void TearDown() override { delete poolM; }
-
-  NuvMempool* Pool() const { return poolM; }
-  ref<NuvString> Text(const char* s) const { return new (poolM) NuvString(s); }
+  ref<NuvString> Text(const char* s) const { return new (Pool()) NuvString(s); }
   unsigned long Atoi(const char* s) const {
     return NuvGenericHashTable::HashNuvStringAtoi(Text(s));
   }
-
- private:
-  ScopedPoolPrefix prefixM;
-  NuvMempool* poolM = nullptr;
 };
 
 TEST_F(StringKeys, HashNuvStringIsTheLookup2HashOfTheUtf8Form) {

@@ -1,7 +1,6 @@
 /// \file NuvGenericHashTable: probing, storing and removing, growth, iteration, the power-of-two
 /// check, and the references the table holds.
 #include <nuv/hash_table.h>
-#include <nuv/status.h>
 
 #include <gtest/gtest.h>
 
@@ -12,8 +11,8 @@
 
 #include "support/core_item.h"
 #include "support/fatal_report.h"
-#include "support/pool_prefix.h"
 #include "support/pool_usage.h"
+#include "support/private_pool.h"
 
 namespace {
 
@@ -22,10 +21,7 @@ using nuv::test::ExpectLibraryAssertion;
 using nuv::test::FatalReport;
 using nuv::test::InUse;
 using nuv::test::RunToFatalReport;
-using nuv::test::ScopedPoolPrefix;
 using nuv::test::ValueOf;
-
-constexpr unsigned kPoolSize = 64 * 1024;
 
 std::string TextOf(const ref<NuvCore>& core) {
   // NOLINTNEXTLINE(cppcoreguidelines-pro-type-static-cast-downcast): string tables hold strings
@@ -58,20 +54,14 @@ int ItemCompare(ref<NuvCore> a, ref<NuvCore> b, NuvGenericHashTable* context) {
   return ValueOf(a) == ValueOf(b) ? 0 : 1;
 }
 
-class HashTable : public ::testing::Test {
+class HashTable : public nuv::test::PrivatePoolTest {
  protected:
   void SetUp() override {
-    ASSERT_EQ(NuvMempool::Allocate("hash", kPoolSize, false, nullptr, false, poolM), kNuvOk);
+    PrivatePoolTest::SetUp();
     calls = Calls();
   }
-  void TearDown() override { delete poolM; }
 
-  NuvMempool* Pool() const { return poolM; }
-  ref<CoreItem> Item(int value) const { return new (poolM) CoreItem(value); }
-
- private:
-  ScopedPoolPrefix prefixM;
-  NuvMempool* poolM = nullptr;
+  ref<CoreItem> Item(int value) const { return new (Pool()) CoreItem(value); }
 };
 
 // A table of eight slots over items.

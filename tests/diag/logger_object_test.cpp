@@ -1,6 +1,5 @@
 /// \file Logger objects: the member forms over the object's facility, priority and name.
 #include <nuv/logger.h>
-#include <nuv/status.h>
 
 #include <gtest/gtest.h>
 
@@ -10,8 +9,8 @@
 
 #include "support/child_process.h"
 #include "support/log_lines.h"
-#include "support/pool_prefix.h"
 #include "support/pool_usage.h"
+#include "support/private_pool.h"
 
 namespace {
 
@@ -19,7 +18,6 @@ using nuv::test::ChildProcess;
 using nuv::test::InUse;
 using nuv::test::LogRecords;
 
-constexpr unsigned kPoolSize = 64 * 1024;
 // Values between the angle brackets: (local facility) * 8 | priority.
 constexpr int kOrbWarn = (17 * 8) | 4;
 constexpr int kOrbErr = (17 * 8) | 3;
@@ -32,15 +30,8 @@ struct Entries {
   int pid = 0;
 };
 
-class LoggerObject : public ::testing::Test {
+class LoggerObject : public nuv::test::PrivatePoolTest {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(NuvMempool::Allocate("logger", kPoolSize, false, nullptr, true, poolM), kNuvOk);
-  }
-  void TearDown() override { delete poolM; }
-
-  NuvMempool* Pool() const { return poolM; }
-
   static Entries Run(const std::function<void()>& body) {
     ChildProcess child([&body] {
       NuvLogger::LogTty(true);
@@ -53,10 +44,6 @@ class LoggerObject : public ::testing::Test {
     entries.out = outcome.out;
     return entries;
   }
-
- private:
-  nuv::test::ScopedPoolPrefix prefixM;
-  NuvMempool* poolM = nullptr;
 };
 
 TEST_F(LoggerObject, LogUsesTheObjectsFacilityPriorityAndName) {
