@@ -13,6 +13,7 @@
 #include <ctime>
 
 #include "diag/log_socket.h"
+#include "sync/signal_entry_arch.h"
 
 namespace {
 
@@ -99,7 +100,7 @@ void DropConnection() {
 }
 
 // SIGPIPE during the socket write: drop the connection and go back to write on standard output.
-void LogRecover(int /*signal*/) {
+NUV_SIGNAL_ENTRY void LogRecover(int /*signal*/) {
   DropConnection();
   siglongjmp(piperecover, 1);
 }

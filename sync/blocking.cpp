@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "diag/assert_at.h"
+#include "sync/signal_entry_arch.h"
 
 namespace {
 
@@ -45,7 +46,7 @@ void InstallWaitHandler(int signal, const sigset_t& mask, struct sigaction* prev
 
 // Runs in a signal handler: it touches the process's wait state and the semaphore's queue only;
 // the interrupted flow is inside sigsuspend and holds no lock word.
-void _bhandler_(int signal) {
+NUV_SIGNAL_ENTRY void _bhandler_(int signal) {
   if (signal == SIGALRM) {
     // A V that already dequeued this process leaves nothing to find and the count unchanged.
     if (blsem != nullptr) {

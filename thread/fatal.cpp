@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "sync/signal_entry_arch.h"
 #include "thread/backtrace.h"
 #include "thread/registers_arch.h"
 #include "thread/restart.h"
@@ -98,7 +99,7 @@ void _stray_(int signal, void* context) {
   nuv::RestartDevice(signal);
 }
 
-void NuvStraySignalHandler(int signal, siginfo_t* /*info*/, void* context) {
+NUV_SIGNAL_ENTRY void NuvStraySignalHandler(int signal, siginfo_t* /*info*/, void* context) {
   _stray_(signal, context);
 }
 
