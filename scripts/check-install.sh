@@ -12,6 +12,11 @@ case "$preset" in
   host) toolchain=i686-linux-gnu; run=() ;;
   *) echo "usage: $0 device|host" >&2; exit 2 ;;
 esac
+# Where the kernel refuses i686 programs, the build's toolchain chose to run them emulated.
+cache="build/$preset/CMakeCache.txt"
+if grep -qx 'NUV_HOST_RUN:STRING=emulator' "$cache"; then
+  run=("$(sed -n 's/^NUV_QEMU_I386:FILEPATH=//p' "$cache")")
+fi
 
 cmake --install "build/$preset" --prefix "$prefix" >/dev/null
 cmake -S tests/install -B "$prefix/consumer" \

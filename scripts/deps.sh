@@ -30,3 +30,25 @@ NUV_DEVICE_PACKAGES=(cmake make g++-powerpc-linux-gnu qemu-user)
 NUV_HOST_PACKAGES=(cmake make g++-i686-linux-gnu libasan8-i386-cross libubsan1-i386-cross)
 # What the tests need beyond the toolchains.
 NUV_TEST_PACKAGES=(googletest pkgconf)
+
+# nuv_enable_i686_programs: some x86_64 kernels refuse 32-bit x86 programs ("Exec format
+# error"). On such a kernel, as root, registers qemu-i386 for them (scripts/i686-binfmt.sh);
+# otherwise prints the command that does it, and the host builds run every program under
+# qemu-i386 themselves. Changes nothing where i686 programs run. Needs g++-i686-linux-gnu.
+nuv_enable_i686_programs() {
+  local probe
+  probe=$(mktemp -d)
+  printf 'int main(void) { return 0; }\n' >"$probe/probe.c"
+  i686-linux-gnu-gcc -static "$probe/probe.c" -o "$probe/probe"
+  if ! "$probe/probe" 2>/dev/null; then
+    echo "This kernel refuses 32-bit x86 programs."
+    if [ "$(id -u)" -eq 0 ]; then
+      scripts/i686-binfmt.sh
+      "$probe/probe" || echo "Still refused: the host builds run their programs under qemu-i386."
+    else
+      echo "The host builds run their programs under qemu-i386; to run them directly instead:"
+      echo "  sudo scripts/i686-binfmt.sh"
+    fi
+  fi
+  rm -rf "$probe"
+}

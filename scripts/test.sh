@@ -6,6 +6,7 @@ set -u
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
 nuv_require_packages "${NUV_DEVICE_PACKAGES[@]}" "${NUV_HOST_PACKAGES[@]}" "${NUV_TEST_PACKAGES[@]}"
+nuv_enable_i686_programs
 
 start=$(date +%s)
 summary=()
