@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "bench/how_measured.h"
 #include "bench/median.h"
 
 namespace {
@@ -53,6 +54,7 @@ void MeasureKey(size_t length) {
 }  // namespace
 
 int main() {
+  nuv::bench::PrintHowMeasured();
   MeasureKey(16);
   MeasureKey(1024);
   return 0;

@@ -4,9 +4,11 @@
 
 #include <cstdio>
 
+#include "bench/how_measured.h"
 #include "bench/median.h"
 
 int main() {
+  nuv::bench::PrintHowMeasured();
   volatile NuvLock word = 0;
   volatile unsigned counter = 0;
   std::printf("uptrylock+upunlock: %.2f ns\n", nuv::bench::MedianNanoseconds([&word] {

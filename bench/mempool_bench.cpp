@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "bench/how_measured.h"
 #include "bench/median.h"
 #include "bench/private_pool.h"
 
@@ -15,6 +16,7 @@ constexpr unsigned kPoolSize = 1024 * 1024;
 }  // namespace
 
 int main() {
+  nuv::bench::PrintHowMeasured();
   NuvMempool* pool = nuv::bench::MakePrivatePool(kPoolSize);
   if (pool == nullptr) {
     return EXIT_FAILURE;

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "bench/how_measured.h"
 #include "bench/median.h"
 
 namespace {
@@ -141,6 +142,7 @@ bool BenchPosix() {
 }  // namespace
 
 int main() {
+  nuv::bench::PrintHowMeasured();
   // As in thread processes: a wake-up or time-out that arrives outside a wait is lost harmlessly.
   signal(SIGUSR1, SIG_IGN);
   signal(SIGALRM, SIG_IGN);

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "bench/how_measured.h"
 #include "bench/median.h"
 #include "bench/private_pool.h"
 
@@ -47,6 +48,7 @@ double MedianPosixPair() {
 }  // namespace
 
 int main() {
+  nuv::bench::PrintHowMeasured();
   NuvMempool* pool = nuv::bench::MakePrivatePool(kPoolSize);
   if (pool == nullptr) {
     return EXIT_FAILURE;
