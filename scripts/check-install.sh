@@ -14,7 +14,7 @@ case "$preset" in
 esac
 # Where the kernel refuses i686 programs, the build's toolchain chose to run them emulated.
 cache="build/$preset/CMakeCache.txt"
-if grep -qx 'NUV_HOST_RUN:STRING=emulator' "$cache"; then
+if grep -qx 'NUV_HOST_RUN:INTERNAL=emulator' "$cache"; then
   run=("$(sed -n 's/^NUV_QEMU_I386:FILEPATH=//p' "$cache")")
 fi
 

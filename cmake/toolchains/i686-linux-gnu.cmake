@@ -19,12 +19,19 @@ set(CMAKE_EXE_LINKER_FLAGS_INIT
     "-Wl,--dynamic-linker=${NUV_TARGET_SYSROOT}/lib/ld-linux.so.2 -Wl,-rpath,${NUV_TARGET_SYSROOT}/lib")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-Wl,-rpath,${NUV_TARGET_SYSROOT}/lib")
 
-# How this machine runs i686 programs, found once per build directory by running a tiny static
-# one: "native" (the kernel runs it), "binfmt" (the kernel hands it to qemu-i386 through
-# binfmt_misc) or "emulator" (the kernel refuses it with "Exec format error": every program,
-# tests and the programs they start included, runs under qemu-i386). Set it on the command line
-# to choose.
-if(NOT DEFINED NUV_HOST_RUN)
+# How this machine runs i686 programs, found at each configure by running a tiny static one:
+# "native" (the kernel runs it), "binfmt" (the kernel hands it to qemu-i386 through binfmt_misc)
+# or "emulator" (the kernel refuses it with "Exec format error": every program, tests and the
+# programs they start included, runs under qemu-i386). NUV_HOST_FORCE_EMULATOR chooses the last
+# anywhere. The finding is kept in the cache as NUV_HOST_RUN for the build and the scripts.
+option(NUV_HOST_FORCE_EMULATOR "Run i686 programs under qemu-i386 even where the kernel runs them"
+       OFF)
+if(NUV_HOST_FORCE_EMULATOR)
+  set(_nuv_run emulator)
+  message(STATUS "i686 programs run here: emulator (NUV_HOST_FORCE_EMULATOR)")
+elseif(DEFINED NUV_HOST_RUN_FOUND)
+  set(_nuv_run ${NUV_HOST_RUN_FOUND})  # a check build inside this configure: already found
+else()
   set(_nuv_probe_dir ${CMAKE_BINARY_DIR}/CMakeFiles/nuv-i686-probe)
   file(WRITE ${_nuv_probe_dir}/probe.c "int main(void) { return 0; }\n")
   execute_process(COMMAND ${CMAKE_C_COMPILER} -static ${_nuv_probe_dir}/probe.c
@@ -47,10 +54,11 @@ if(NOT DEFINED NUV_HOST_RUN)
       endif()
     endforeach()
   endif()
-  set(NUV_HOST_RUN ${_nuv_run} CACHE STRING "How i686 programs run here: native, binfmt or emulator")
-  message(STATUS "i686 programs run here: ${NUV_HOST_RUN}")
+  message(STATUS "i686 programs run here: ${_nuv_run}")
 endif()
-list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES NUV_HOST_RUN)
+set(NUV_HOST_RUN_FOUND ${_nuv_run})
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES NUV_HOST_RUN_FOUND)
+set(NUV_HOST_RUN ${_nuv_run} CACHE INTERNAL "How i686 programs run here: native, binfmt or emulator")
 
 if(NUV_HOST_RUN STREQUAL "emulator")
   find_program(NUV_QEMU_I386 qemu-i386)
