@@ -32,7 +32,10 @@ run_target() {
     failed=1
     return
   fi
-  summary+=("$preset: $((total - failures)) passed, $failures failed")
+  # How the host toolchain found that i686 programs run here: native, binfmt or emulator.
+  local how
+  how=$(sed -n 's/^NUV_HOST_RUN:INTERNAL=//p' "build/$preset/CMakeCache.txt")
+  summary+=("$preset: $((total - failures)) passed, $failures failed${how:+ (i686 programs: $how)}")
   [ "$failures" -eq 0 ] || failed=1
 }
 
