@@ -3,8 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/time.h>
+#include <cstdint>
 #include <cstring>
-#include <ctime>
 
 namespace {
 
@@ -38,13 +39,18 @@ TEST(NuvTimeValue, IsTwoWordsUpperWordFirst) {
 
 TEST(NuvTimeValue, NegativeDurationsRoundTrip) { EXPECT_EQ(NuvTime(-5).Nanoseconds(), -5); }
 
+// Bounded by the same clock, read just before and after: time() reads a coarser clock that can
+// lag the time of day by up to a tick, and so could lie a second behind a value read before it.
 TEST(NuvTimeValue, LoadCurrentReadsTheTimeOfDay) {
   NuvTime now;
-  const time_t before = time(nullptr);
+  timeval before{};
+  timeval after{};
+  gettimeofday(&before, nullptr);
   EXPECT_EQ(now.loadCurrent(), 0);
-  const time_t after = time(nullptr);
-  EXPECT_GE(now.Nanoseconds() / 1000000000, before);
-  EXPECT_LE(now.Nanoseconds() / 1000000000, after);
+  gettimeofday(&after, nullptr);
+  const int64_t microseconds = now.Nanoseconds() / 1000;
+  EXPECT_GE(microseconds, int64_t{before.tv_sec} * 1000000 + before.tv_usec);
+  EXPECT_LE(microseconds, int64_t{after.tv_sec} * 1000000 + after.tv_usec);
 }
 
 TEST_F(TimeCounter, TonsecOfACounterStartingNowIsZero) {
