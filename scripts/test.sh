@@ -5,6 +5,7 @@
 set -u
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
+. scripts/suite.sh
 nuv_require_packages "${NUV_DEVICE_PACKAGES[@]}" "${NUV_HOST_PACKAGES[@]}" "${NUV_TEST_PACKAGES[@]}"
 nuv_enable_i686_programs
 
@@ -15,15 +16,16 @@ failed=0
 run_target() {
   local preset=$1
   echo "=== $preset: build"
-  if ! cmake --preset "$preset" -DNUV_BUILD_TESTS=ON >/dev/null || ! cmake --build --preset "$preset"; then
+  if ! nuv_build_suite "$preset"; then
     summary+=("$preset: build failed")
     failed=1
     return
   fi
   echo "=== $preset: test"
-  local log="build/$preset/ctest-summary.log"
+  local log="build/$preset/ctest-summary.log" line total failures left
   ctest --preset "$preset" 2>&1 | tee "$log"
-  local line total failures
+  left=$(nuv_remove_left_pool_files)
+  echo "=== $preset: $left pool files left behind in /var/tmp (removed)"
   line=$(grep -E '^[0-9]+% tests passed, [0-9]+ tests? failed out of [0-9]+' "$log" | tail -n 1)
   total=$(sed -E 's/.* out of ([0-9]+).*/\1/' <<<"$line")
   failures=$(sed -E 's/.* ([0-9]+) tests? failed.*/\1/' <<<"$line")
@@ -35,7 +37,7 @@ run_target() {
   # How the host toolchain found that i686 programs run here: native, binfmt or emulator.
   local how
   how=$(sed -n 's/^NUV_HOST_RUN:INTERNAL=//p' "build/$preset/CMakeCache.txt")
-  summary+=("$preset: $((total - failures)) passed, $failures failed${how:+ (i686 programs: $how)}")
+  summary+=("$preset: $((total - failures)) passed, $failures failed, $left pool files left${how:+ (i686 programs: $how)}")
   [ "$failures" -eq 0 ] || failed=1
 }
 

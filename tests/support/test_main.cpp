@@ -1,7 +1,9 @@
-/// \file main() of every test program: the logger never reaches the machine's log daemon.
+/// \file main() of every test program: the logger never reaches the machine's log daemon, and
+/// no pool file outlives the program.
 #include <gtest/gtest.h>
 
 #include "diag/log_socket.h"
+#include "support/pool_prefix.h"
 
 // A path that can never be a socket: entries fall back to standard output unless a test
 // points the logger at a socket of its own.
@@ -10,5 +12,9 @@ constexpr const char* kNoLogSocket = "/dev/null/log";
 int main(int argc, char** argv) {
   nuv::SetLogSocketPathsForTesting(kNoLogSocket, kNoLogSocket);
   ::testing::InitGoogleTest(&argc, argv);
-  return RUN_ALL_TESTS();
+  nuv::test::RemoveFilesOfEndedPrograms();
+  nuv::test::UseProgramPoolPrefix();
+  const int result = RUN_ALL_TESTS();
+  nuv::test::RemoveProgramPoolFiles();
+  return result;
 }
