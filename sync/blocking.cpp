@@ -6,7 +6,9 @@
 #include <cstdint>
 
 #include "diag/assert_at.h"
+#include "sync/hand_off.h"
 #include "sync/signal_entry_arch.h"
+#include "sync/word.h"
 
 namespace {
 
@@ -17,6 +19,10 @@ NuvSema* volatile blsem = nullptr;
 volatile int blthread = 0;
 struct sigaction ousr1 {};
 struct sigaction oalrm {};
+// Set from the blocking of the wait's signals until the wait is over or called off; the mask
+// from before it.
+bool prepared = false;
+sigset_t maskBeforeWait{};
 
 constexpr int64_t kNanosecondsPerMillisecond = 1000000;
 constexpr int64_t kNanosecondsPerSecond = 1000000000;
@@ -32,6 +38,19 @@ void ArmTimer(int64_t nanoseconds) {
 void DisarmTimer() {
   const itimerval zero{};
   setitimer(ITIMER_REAL, &zero, nullptr);
+}
+
+void ReleaseHeld(volatile NuvLock* held) {
+  if (held != nullptr) {
+    nuv::GiveWord(held);
+  }
+}
+
+// A time-out below 10 ms never waits.
+bool EarlyTimeout(const NuvTime* timeout) {
+  return timeout != nullptr &&
+         static_cast<int32_t>(timeout->Nanoseconds() / kNanosecondsPerMillisecond) <=
+             kLongestEarlyTimeoutMs;
 }
 
 void InstallWaitHandler(int signal, const sigset_t& mask, struct sigaction* previous) {
@@ -65,17 +84,10 @@ NUV_SIGNAL_ENTRY void _bhandler_(int signal) {
   sigaction(SIGUSR1, &ousr1, nullptr);
 }
 
-// One sigsuspend, no loop: another signal's handler ends the wait with 0 and leaves the entry
-// queued and the handler installed, so a later V still finds it. Intended, and kept.
-int _block_(NuvSema* sema, NuvTime* timeout) {
-  const int64_t nanoseconds = timeout != nullptr ? timeout->Nanoseconds() : 0;
-  if (timeout != nullptr &&
-      static_cast<int32_t>(nanoseconds / kNanosecondsPerMillisecond) <= kLongestEarlyTimeoutMs) {
-    if (sema != nullptr) {
-      sema->countM += 1;
-      upunlock(&sema->lockM);
-    }
-    return -1;
+// Steps 2 to 4 of a wait: the wake-up (and time-out) signals blocked, the handlers installed.
+void nuv::HandOff::PrepareWait(const NuvTime* timeout) {
+  if (prepared || EarlyTimeout(timeout)) {
+    return;
   }
   sigset_t waitSignals{};
   sigemptyset(&waitSignals);
@@ -83,33 +95,73 @@ int _block_(NuvSema* sema, NuvTime* timeout) {
   if (timeout != nullptr) {
     sigaddset(&waitSignals, SIGALRM);
   }
-  sigset_t previousMask{};
-  sigprocmask(SIG_BLOCK, &waitSignals, &previousMask);
+  sigprocmask(SIG_BLOCK, &waitSignals, &maskBeforeWait);
   blhow = 0;
   InstallWaitHandler(SIGUSR1, waitSignals, &ousr1);
   blto = timeout != nullptr;
   if (blto) {
     InstallWaitHandler(SIGALRM, waitSignals, &oalrm);
   }
+  prepared = true;
+}
+
+void nuv::HandOff::CancelWait() {
+  if (!prepared) {
+    return;
+  }
+  if (blto) {
+    sigaction(SIGALRM, &oalrm, nullptr);
+  }
+  sigaction(SIGUSR1, &ousr1, nullptr);
+  sigprocmask(SIG_SETMASK, &maskBeforeWait, nullptr);
+  prepared = false;
+}
+
+// One sigsuspend, no loop: another signal's handler ends the wait with 0 and leaves the entry
+// queued and the handler installed, so a later V still finds it. Intended, and kept.
+int nuv::HandOff::BlockThenWake(NuvSema* sema, NuvTime* timeout, int wakePid,
+                                volatile NuvLock* held) {
+  if (EarlyTimeout(timeout)) {
+    if (sema != nullptr) {
+      sema->countM += 1;
+      nuv::GiveWord(&sema->lockM);
+    }
+    ReleaseHeld(held);
+    CancelWait();
+    Wake(wakePid);
+    return -1;
+  }
+  PrepareWait(timeout);
   blsem = sema;
   if (sema != nullptr) {
     blthread = sema->putq();
-    upunlock(&sema->lockM);
+    nuv::GiveWord(&sema->lockM);
   }
+  ReleaseHeld(held);
+  Wake(wakePid);
   if (blto) {
-    ArmTimer(nanoseconds);
+    ArmTimer(timeout->Nanoseconds());
   }
-  sigset_t suspendMask = previousMask;
+  sigset_t suspendMask = maskBeforeWait;
   sigdelset(&suspendMask, SIGUSR1);
   sigdelset(&suspendMask, SIGALRM);
   sigsuspend(&suspendMask);
-  sigprocmask(SIG_SETMASK, &previousMask, nullptr);
+  prepared = false;
+  sigprocmask(SIG_SETMASK, &maskBeforeWait, nullptr);
   return blhow;
 }
 
-int _unblock_(NuvSema* sema) {
+int nuv::HandOff::DequeueWaiter(NuvSema* sema) {
   const int pid = sema->getq();
-  upunlock(&sema->lockM);
+  nuv::GiveWord(&sema->lockM);
   NUV_ASSERT_AT(pid >= 1, 500, "_unblock_");
-  return kill(pid, SIGUSR1);
+  return pid;
 }
+
+int nuv::HandOff::Wake(int pid) { return pid != 0 ? kill(pid, SIGUSR1) : 0; }
+
+int _block_(NuvSema* sema, NuvTime* timeout) {
+  return nuv::HandOff::BlockThenWake(sema, timeout, 0);
+}
+
+int _unblock_(NuvSema* sema) { return nuv::HandOff::Wake(nuv::HandOff::DequeueWaiter(sema)); }

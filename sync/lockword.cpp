@@ -3,6 +3,7 @@
 #include <nuv/lockword.h>
 
 #include "sync/atomic_arch.h"
+#include "sync/word.h"
 
 extern "C" int uptrylock(volatile NuvLock* word) {
   // A held word is always exactly 1, so the flipped previous value is 1 on success, 0 when busy.
@@ -20,8 +21,4 @@ int nuv::lockword::fadd(volatile unsigned* word, int addend) {
   return static_cast<int>(nuv::arch::FetchAdd(word, static_cast<unsigned>(addend)));
 }
 
-void upsleeplock(volatile NuvLock* word) {
-  while (uptrylock(word) == 0) {
-    yield();
-  }
-}
+void upsleeplock(volatile NuvLock* word) { nuv::TakeWord(word); }

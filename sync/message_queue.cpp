@@ -6,6 +6,7 @@
 #include <cstddef>
 
 #include "sync/message_node.h"
+#include "sync/word.h"
 
 namespace {
 
@@ -46,15 +47,15 @@ NuvMessageNode* NuvMessageQ::TakeHead() {
 
 // The tail is left as it was: an empty queue is told by its head alone.
 void NuvMessageQ::flush() {
-  upsleeplock(&lockM);
+  nuv::TakeWord(&lockM);
   while (headM != nullptr) {
     GetPool()->Free(TakeHead());
   }
-  upunlock(&lockM);
+  nuv::GiveWord(&lockM);
 }
 
 void NuvMessageQ::Filter(Predicate predicate, unsigned long argument) {
-  upsleeplock(&lockM);
+  nuv::TakeWord(&lockM);
   NuvMessageNode* previous = nullptr;
   for (NuvMessageNode* node = headM; node != nullptr;) {
     NuvMessageNode* next = node->next;
@@ -73,15 +74,15 @@ void NuvMessageQ::Filter(Predicate predicate, unsigned long argument) {
     }
     node = next;
   }
-  upunlock(&lockM);
+  nuv::GiveWord(&lockM);
 }
 
 bool NuvMessageQ::Peek(unsigned long type) {
-  upsleeplock(&lockM);
+  nuv::TakeWord(&lockM);
   const NuvMessageNode* node = headM;
   while (node != nullptr && node->message.type != type) {
     node = node->next;
   }
-  upunlock(&lockM);
+  nuv::GiveWord(&lockM);
   return node != nullptr;
 }

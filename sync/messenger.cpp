@@ -3,7 +3,9 @@
 
 #include <nuv/semaphore.h>
 
+#include "sync/hand_off.h"
 #include "sync/message_node.h"
+#include "sync/word.h"
 
 namespace {
 
@@ -30,7 +32,7 @@ NuvMessenger::NuvMessenger() : NuvSeed(NuvMempool::nuv) {}
 // The messenger's word is held for the walk only; the reference keeps the queue alive while
 // the caller works on it under the queue's own word.
 NuvMessageQ* NuvMessenger::Lookup(int number) {
-  upsleeplock(&lockM);
+  nuv::TakeWord(&lockM);
   NuvMessageQ* queue = queuesM;
   while (queue != nullptr && queue->numberM != number) {
     queue = queue->nextM;
@@ -38,7 +40,7 @@ NuvMessageQ* NuvMessenger::Lookup(int number) {
   if (queue != nullptr) {
     queue->UpRef();
   }
-  upunlock(&lockM);
+  nuv::GiveWord(&lockM);
   return queue;
 }
 
@@ -63,30 +65,30 @@ void NuvMessenger::AppendQueue(NuvMessageQ* queue) {
 
 // A named queue that took a number makes the counter skip it.
 int NuvMessenger::CreateQueue(int size) {
-  upsleeplock(&lockM);
+  nuv::TakeWord(&lockM);
   int number = nextNumberM++;
   while (FNumberTaken(number)) {
     number = nextNumberM++;
   }
   AppendQueue(new (GetPool()) NuvMessageQ(number, size));
-  upunlock(&lockM);
+  nuv::GiveWord(&lockM);
   return number;
 }
 
 // The size argument is not used: a named queue's size semaphore always starts at 10.
 unsigned NuvMessenger::CreateNamedQueue(int number, int /*size*/) {
-  upsleeplock(&lockM);
+  nuv::TakeWord(&lockM);
   if (FNumberTaken(number)) {
-    upunlock(&lockM);
+    nuv::GiveWord(&lockM);
     return kNuvQueueNumberTaken;
   }
   AppendQueue(new (GetPool()) NuvMessageQ(number, kNamedQueueSize));
-  upunlock(&lockM);
+  nuv::GiveWord(&lockM);
   return kNuvMessageDone;
 }
 
 unsigned NuvMessenger::DestroyQueue(int number) {
-  upsleeplock(&lockM);
+  nuv::TakeWord(&lockM);
   NuvMessageQ** link = &queuesM;
   while (*link != nullptr && (*link)->numberM != number) {
     link = &(*link)->nextM;
@@ -95,7 +97,7 @@ unsigned NuvMessenger::DestroyQueue(int number) {
   if (queue != nullptr) {
     *link = queue->nextM;
   }
-  upunlock(&lockM);
+  nuv::GiveWord(&lockM);
   if (queue == nullptr) {
     return kNuvQueueNumberTaken;
   }
@@ -114,34 +116,39 @@ unsigned NuvMessenger::isend(int number, NuvMessage& message, char /*flag*/, Nuv
   auto* node =
       static_cast<NuvMessageNode*>(GetPool()->Malloc(sizeof(NuvMessageNode), NuvMempool::nuv));
   *node = NuvMessageNode{message, nullptr};
-  upsleeplock(&queue->lockM);
+  nuv::TakeWord(&queue->lockM);
   queue->Append(node);
-  upunlock(&queue->lockM);
+  nuv::GiveWord(&queue->lockM);
   queue->receiveM->vwaiter();
   return kNuvMessageDone;
 }
 
 // The time-out restarts in full on every pass: a receiver woken but beaten to the message by
-// another receiver waits again.
+// another receiver waits again. A receiver that finds its queue empty will most likely wait:
+// its wait's system calls are made before it takes the queue's word, which its sender needs.
 unsigned NuvMessenger::irecv(int number, NuvMessage& out, char noWait, NuvTime* timeout) {
   NuvMessageQ* queue = Lookup(number);
   if (queue == nullptr) {
     return kNuvNoSuchQueue;
   }
   const QueueUse use(queue);
-  upsleeplock(&queue->lockM);
+  if (noWait == 0 && __atomic_load_n(&queue->headM, __ATOMIC_RELAXED) == nullptr) {
+    nuv::HandOff::PrepareWait(timeout);
+  }
+  nuv::TakeWord(&queue->lockM);
   while (queue->headM == nullptr) {
     if (noWait != 0) {
-      upunlock(&queue->lockM);
+      nuv::GiveWord(&queue->lockM);
       return kNuvQueueEmpty;
     }
     if (queue->receiveM->spsema(&queue->lockM, timeout) == -1) {
       return kNuvReceiveTimedOut;
     }
-    upsleeplock(&queue->lockM);
+    nuv::TakeWord(&queue->lockM);
   }
   NuvMessageNode* node = queue->TakeHead();
-  upunlock(&queue->lockM);
+  nuv::GiveWord(&queue->lockM);
+  nuv::HandOff::CancelWait();
   out = node->message;
   GetPool()->Free(node);
   return kNuvMessageDone;

@@ -5,11 +5,13 @@
 #include <nuv/thread_queue.h>
 
 #include "diag/assert_at.h"
+#include "sync/hand_off.h"
+#include "sync/word.h"
 
 NuvSema::~NuvSema() {
-  upsleeplock(&lockM);
+  nuv::TakeWord(&lockM);
   NUV_ASSERT_AT(headM == nullptr, 803, "NuvSema");
-  upunlock(&lockM);
+  nuv::GiveWord(&lockM);
 }
 
 void NuvSema::init(int count, bool flag) {
@@ -19,72 +21,103 @@ void NuvSema::init(int count, bool flag) {
   lockM = 0;
 }
 
+// Where no unit is left the caller will most likely wait: the wait's system calls are made
+// before the word is taken, so that they do not lengthen its hold. A V that comes in between
+// only costs them in vain. With units left, P makes no system call.
+bool NuvSema::PrepareIfNoUnit(const NuvTime* timeout) const {
+  if (__atomic_load_n(&countM, __ATOMIC_RELAXED) > 0) {
+    return false;
+  }
+  nuv::HandOff::PrepareWait(timeout);
+  return true;
+}
+
 int NuvSema::psema(NuvTime* timeout) {
-  upsleeplock(&lockM);
+  const bool prepared = PrepareIfNoUnit(timeout);
+  nuv::TakeWord(&lockM);
   countM -= 1;
   if (countM >= 0) {
-    upunlock(&lockM);
+    nuv::GiveWord(&lockM);
+    if (prepared) {
+      nuv::HandOff::CancelWait();
+    }
     return 0;
   }
   return _block_(this, timeout);
 }
 
 // This semaphore's word is taken before held is released: a V needs the same word, so it cannot
-// slip in between.
+// slip in between. The count is lowered before held goes, too: a V that takes held after us and
+// then reads the count without this word (a message sent to us) sees us waiting. A caller that
+// waits releases held only after queuing itself and releasing this word, so that a sender that
+// was waiting for held finds this word free as well.
 int NuvSema::spsema(volatile NuvLock* held, NuvTime* timeout) {
-  upsleeplock(&lockM);
-  upunlock(held);
+  const bool prepared = PrepareIfNoUnit(timeout);
+  nuv::TakeWord(&lockM);
   countM -= 1;
   if (countM >= 0) {
-    upunlock(&lockM);
+    nuv::GiveWord(held);
+    nuv::GiveWord(&lockM);
+    if (prepared) {
+      nuv::HandOff::CancelWait();
+    }
     return 0;
   }
-  return _block_(this, timeout);
+  return nuv::HandOff::BlockThenWake(this, timeout, 0, held);
 }
 
-// Lock order: the signalled semaphore's word, then the awaited one's.
+// Lock order: the signalled semaphore's word, then the awaited one's. This count is lowered
+// before other's word goes, so a V that reads it without this word after taking other's sees
+// us waiting; other's waiter is woken only once this word is gone too, as it needs it next.
 int NuvSema::sssema(NuvSema* other, NuvTime* timeout) {
-  upsleeplock(&other->lockM);
-  upsleeplock(&lockM);
+  const bool prepared = PrepareIfNoUnit(timeout);
+  nuv::TakeWord(&other->lockM);
+  nuv::TakeWord(&lockM);
+  countM -= 1;
   const int old = other->countM;
   other->countM = old + 1;
   const bool woke = old < 0;
+  int wakePid = 0;
   if (woke) {
-    _unblock_(other);
+    wakePid = nuv::HandOff::DequeueWaiter(other);
   } else {
-    upunlock(&other->lockM);
+    nuv::GiveWord(&other->lockM);
   }
-  countM -= 1;
   if (countM >= 0) {
-    upunlock(&lockM);
+    nuv::GiveWord(&lockM);
+    if (prepared) {
+      nuv::HandOff::CancelWait();
+    }
+    nuv::HandOff::Wake(wakePid);
     return woke ? 1 : 0;
   }
-  return _block_(this, timeout);
+  return nuv::HandOff::BlockThenWake(this, timeout, wakePid);
 }
 
 int NuvSema::vsema() {
-  upsleeplock(&lockM);
+  nuv::TakeWord(&lockM);
   const int old = countM;
   countM = old + 1;
   if (old < 0) {
     return _unblock_(this);
   }
-  upunlock(&lockM);
+  nuv::GiveWord(&lockM);
   return 0;
 }
 
-// The unlocked read is a fast path: a waiter that has not lowered the count yet is not woken
-// by this call, and is woken by the next one or by its own time-out.
+// The unlocked read is a fast path that misses nobody: every waiter lowers the count before it
+// releases the word that the caller took before calling (spsema: the queue's word; sssema: the
+// gate's), or before the hand-off that let the caller run, and the release orders the two.
 int NuvSema::vwaiter() {
-  if (countM >= 0) {
+  if (__atomic_load_n(&countM, __ATOMIC_RELAXED) >= 0) {
     return 0;
   }
-  upsleeplock(&lockM);
+  nuv::TakeWord(&lockM);
   if (countM < 0) {
     countM += 1;
     return _unblock_(this);
   }
-  upunlock(&lockM);
+  nuv::GiveWord(&lockM);
   return 0;
 }
 
@@ -111,7 +144,7 @@ int NuvSema::getq() {
 // Only the time-out path uses it. A removed tail hands the tail on to the block before it: the
 // next putq would otherwise link a new waiter onto a block already back in the free stock.
 void NuvSema::clnq(int pid) {
-  upsleeplock(&lockM);
+  nuv::TakeWord(&lockM);
   NuvThreadQ* previous = nullptr;
   NuvThreadQ** link = &headM;
   while (*link != nullptr && (*link)->pid != pid) {
@@ -127,5 +160,5 @@ void NuvSema::clnq(int pid) {
     countM += 1;
     GetPool()->GetQBlockMgr()->ReturnQBlock(block);
   }
-  upunlock(&lockM);
+  nuv::GiveWord(&lockM);
 }

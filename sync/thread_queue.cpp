@@ -5,6 +5,7 @@
 #include <nuv/thread.h>
 
 #include "diag/assert_at.h"
+#include "sync/word.h"
 
 NuvThreadQMgr::NuvThreadQMgr() : NuvSeed(NuvMempool::nuv) {
   for (NuvThreadQ& block : blocksM) {
@@ -36,19 +37,19 @@ NuvThreadQMgr::~NuvThreadQMgr() {
 // The check is made before the lock word is taken.
 NuvThreadQ* NuvThreadQMgr::GetQBlock() {
   NUV_ASSERT_AT(freeM != nullptr, 2417, "GetQBlock");
-  upsleeplock(&lockM);
+  nuv::TakeWord(&lockM);
   NuvThreadQ* block = freeM;
   freeM = block->next;
-  upunlock(&lockM);
+  nuv::GiveWord(&lockM);
   block->next = nullptr;
   block->pid = NuvCurrentThreadId();
   return block;
 }
 
 void NuvThreadQMgr::ReturnQBlock(NuvThreadQ* block) {
-  upsleeplock(&lockM);
+  nuv::TakeWord(&lockM);
   block->next = freeM;
   freeM = block;
   block->pid = 0;
-  upunlock(&lockM);
+  nuv::GiveWord(&lockM);
 }

@@ -11,6 +11,9 @@
 #include <nuv/time.h>
 
 struct NuvThreadQ;
+namespace nuv {
+struct HandOff;
+}  // namespace nuv
 
 class NuvSema : public NuvVirtualSeed {
  public:
@@ -54,8 +57,8 @@ class NuvSema : public NuvVirtualSeed {
 
  private:
   friend struct NuvMempoolLayout;
-  friend int _block_(NuvSema* sema, NuvTime* timeout);
-  friend int _unblock_(NuvSema* sema);
+  bool PrepareIfNoUnit(const NuvTime* timeout) const;
+  friend struct nuv::HandOff;
 
   int countM = 0;
   NuvThreadQ* headM = nullptr;

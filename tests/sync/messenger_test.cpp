@@ -24,6 +24,7 @@
 #include "support/pool_prefix.h"
 #include "support/pool_usage.h"
 #include "support/raw_words.h"
+#include "support/round_trips.h"
 #include "support/shared_memory.h"
 
 namespace {
@@ -662,6 +663,69 @@ TEST_F(Messenger, FourSendingAndTwoReceivingProcessesDeliverEveryMessageOnceInEa
   EXPECT_EQ(delivery->failures, 0U);
   EXPECT_EQ(Queues()->DestroyQueue(number), kNuvMessageDone);
   EXPECT_EQ(InUse(Pool()), Start());
+}
+
+// Round trips of the usual run (NUV_HANDOFF_ROUND_TRIPS asks for more). A wake-up lost between a
+// receiver's release of its queue and its sleep once left both sides asleep for good after
+// some 17,000 round trips.
+constexpr unsigned kPingPongRoundTrips = 20000;
+constexpr milliseconds kPingPongDeadline{8000};
+
+// The two sides' progress, in memory the test reads when they did not finish.
+struct PingPong {
+  volatile unsigned sent;
+  volatile unsigned echoed;
+  volatile unsigned damaged;
+  volatile unsigned failures;
+};
+
+// Sends message serial 0, 1, ... on ping and waits without a time-out for each to come back on
+// pong, checking all seven words.
+void Serve(NuvMessenger* queues, int ping, int pong, unsigned roundTrips, PingPong* game) {
+  for (unsigned serial = 0; serial < roundTrips; ++serial) {
+    NuvMessage message = MessageOf(1, serial);
+    NuvMessage back{};
+    if (queues->isend(ping, message, 0, nullptr) != kNuvMessageDone ||
+        queues->irecv(pong, back, 0, nullptr) != kNuvMessageDone) {
+      fadd(&game->failures, 1);
+    } else if (Words(back) != Words(message)) {
+      fadd(&game->damaged, 1);
+    }
+    game->sent = serial + 1;
+  }
+}
+
+// Sends back on pong whatever arrives on ping, waiting without a time-out.
+void Return(NuvMessenger* queues, int ping, int pong, unsigned roundTrips, PingPong* game) {
+  for (unsigned serial = 0; serial < roundTrips; ++serial) {
+    NuvMessage message{};
+    if (queues->irecv(ping, message, 0, nullptr) != kNuvMessageDone ||
+        queues->isend(pong, message, 0, nullptr) != kNuvMessageDone) {
+      fadd(&game->failures, 1);
+    }
+    game->echoed = serial + 1;
+  }
+}
+
+TEST_F(Messenger, TwoProcessesExchangingMessagesWithUntimedReceivesNeverMissAWakeUp) {
+  const unsigned roundTrips = nuv::test::RoundTrips(kPingPongRoundTrips);
+  const SharedObject<PingPong> game;
+  PingPong* shared = &*game;
+  const int ping = Queues()->CreateQueue(10);
+  const int pong = Queues()->CreateQueue(10);
+  ChildProcess server([=] { Serve(Queues(), ping, pong, roundTrips, shared); });
+  ChildProcess returner([=] { Return(Queues(), ping, pong, roundTrips, shared); });
+  const auto giveUp =
+      Clock::now() + nuv::test::RoundTripDeadline(kPingPongRoundTrips, kPingPongDeadline);
+  EXPECT_TRUE(Completed(server.Finish(Remaining(giveUp))))
+      << "sent " << game->sent << ", echoed " << game->echoed;
+  EXPECT_TRUE(Completed(returner.Finish(Remaining(giveUp))));
+  EXPECT_EQ(game->sent, roundTrips);
+  EXPECT_EQ(game->echoed, roundTrips);
+  EXPECT_EQ(game->damaged, 0U);
+  EXPECT_EQ(game->failures, 0U);
+  EXPECT_EQ(ReceiveSemaphore(ping)->GetCount(), 0);
+  EXPECT_EQ(ReceiveSemaphore(pong)->GetCount(), 0);
 }
 
 }  // namespace

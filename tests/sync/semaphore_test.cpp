@@ -24,6 +24,7 @@
 #include "support/fatal_report.h"
 #include "support/log_lines.h"
 #include "support/pool_prefix.h"
+#include "support/round_trips.h"
 #include "support/shared_memory.h"
 
 namespace {
@@ -34,6 +35,8 @@ using nuv::test::ChildOutcome;
 using nuv::test::ChildProcess;
 using nuv::test::ExpectLibraryAssertion;
 using nuv::test::FatalReport;
+using nuv::test::RoundTripDeadline;
+using nuv::test::RoundTrips;
 using nuv::test::RunToFatalReport;
 using nuv::test::ScopedPoolPrefix;
 using nuv::test::SharedObject;
@@ -515,23 +518,25 @@ void Play(NuvSema* own, NuvSema* peer, unsigned parity, unsigned rounds, Rally* 
   }
 }
 
-// The woken player's next sssema usually finds the word of the semaphore that the other player
-// is still queuing on and backs off 5 ms, so a turn costs up to about 6 ms: the rounds are kept
-// to what fits well within the test's time on the host and the emulated device alike.
-constexpr unsigned kRallyRounds = 250;
+// Rounds of the usual run (NUV_HANDOFF_ROUND_TRIPS asks for more): a lost wake-up leaves both
+// players asleep for good, and a player that backed off 5 ms on every turn could not finish.
+constexpr unsigned kRallyRounds = 20000;
+constexpr std::chrono::milliseconds kRallyDeadline{8000};
 
 TEST_F(Semaphore, SssemaHandsOffBetweenTwoProcessesWithoutALostWakeUp) {
+  const unsigned rounds = RoundTrips(kRallyRounds);
+  const std::chrono::milliseconds deadline = RoundTripDeadline(kRallyRounds, kRallyDeadline);
   NuvSema* first = NewSema(1);
   NuvSema* second = NewSema(0);
   const SharedObject<Rally> rally;
   Rally* shared = &*rally;
-  ChildProcess one([=] { Play(first, second, 0, kRallyRounds, shared); });
-  ChildProcess two([=] { Play(second, first, 1, kRallyRounds, shared); });
-  const ChildOutcome oneOutcome = one.Finish(kChildDeadline);
-  const ChildOutcome twoOutcome = two.Finish(kChildDeadline);
+  ChildProcess one([=] { Play(first, second, 0, rounds, shared); });
+  ChildProcess two([=] { Play(second, first, 1, rounds, shared); });
+  const ChildOutcome oneOutcome = one.Finish(deadline);
+  const ChildOutcome twoOutcome = two.Finish(deadline);
   ASSERT_TRUE(oneOutcome.Exited()) << "turns taken: " << rally->turns;
   ASSERT_TRUE(twoOutcome.Exited()) << "turns taken: " << rally->turns;
-  EXPECT_EQ(rally->turns, 2 * kRallyRounds);
+  EXPECT_EQ(rally->turns, 2 * rounds);
   EXPECT_EQ(rally->outOfTurn, 0U);
   EXPECT_EQ(first->GetCount(), 1);
   EXPECT_EQ(second->GetCount(), 0);
@@ -584,7 +589,8 @@ TEST_F(Semaphore, SpsemaKeepsTheHeldWordUntilItHoldsTheSemaphoresWord) {
   EXPECT_FALSE(Eventually([shared] { return shared->held == 0; }, kHoldPeriod));
   upunlock(WordOf(sema, kLockOffset));
   ASSERT_TRUE(Eventually([sema, &holder] { return IsQueued(sema, holder.Pid()); }));
-  EXPECT_EQ(shared->held, 0U);
+  // Released once the child has queued itself and released the semaphore's word.
+  EXPECT_TRUE(Eventually([shared] { return shared->held == 0; }));
   sema->vsema();
   ASSERT_TRUE(holder.Finish(kChildDeadline).Exited());
   EXPECT_EQ(handoff->wokenWithOne, 1U);
