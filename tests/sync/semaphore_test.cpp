@@ -121,8 +121,14 @@ volatile unsigned* WordOf(NuvSema* sema, unsigned offset) {
   return reinterpret_cast<volatile unsigned*>(reinterpret_cast<char*>(sema) + offset);
 }
 
-// The free list of a queue manager; its head follows the seed and the lock word.
+// A queue manager's lock word follows the seed, and the head of its free list the lock word.
+constexpr unsigned kManagerLockOffset = 8;
 constexpr unsigned kFreeListOffset = 12;
+
+volatile unsigned* ManagerWord(NuvMempool* pool) {
+  return reinterpret_cast<volatile unsigned*>(reinterpret_cast<char*>(pool->GetQBlockMgr()) +
+                                              kManagerLockOffset);
+}
 
 int FreeQueueBlocks(const NuvThreadQMgr* manager) {
   const NuvThreadQ* block = *reinterpret_cast<const NuvThreadQ* const*>(
@@ -594,6 +600,51 @@ TEST_F(Semaphore, SpsemaKeepsTheHeldWordUntilItHoldsTheSemaphoresWord) {
   sema->vsema();
   ASSERT_TRUE(holder.Finish(kChildDeadline).Exited());
   EXPECT_EQ(handoff->wokenWithOne, 1U);
+}
+
+// With the queue-block manager's word held by the test, a child in spsema has lowered the count
+// but cannot queue itself. Its held word must still be held then: a sender that takes held
+// next reads the count without the semaphore's word and must see the waiter.
+TEST_F(Semaphore, SpsemaLowersTheCountAndQueuesBeforeReleasingHeld) {
+  NuvSema* sema = NewSema(0);
+  const SharedObject<Handoff> handoff;
+  Handoff* shared = &*handoff;
+  uplock(ManagerWord(Pool()));
+  ChildProcess holder([sema, shared] { HoldIntoSpsema(sema, shared, 1); });
+  ASSERT_TRUE(Eventually([sema] { return sema->GetCount() == -1; }));
+  EXPECT_FALSE(Eventually([shared] { return shared->held == 0; }, kHoldPeriod));
+  upunlock(ManagerWord(Pool()));
+  ASSERT_TRUE(Eventually([sema, &holder] { return IsQueued(sema, holder.Pid()); }));
+  EXPECT_TRUE(Eventually([shared] { return shared->held == 0; }));
+  sema->vsema();
+  ASSERT_TRUE(holder.Finish(kChildDeadline).Exited());
+  EXPECT_EQ(handoff->wokenWithOne, 1U);
+}
+
+// What the other semaphore's waiter saw of this semaphore's queue when it woke.
+struct Sighting {
+  volatile int awakened;
+  volatile int signallerQueued;
+};
+
+// The waiter woken by sssema's V needs this semaphore next, so sssema wakes it only once it has
+// queued itself on this semaphore and released its word.
+TEST_F(Semaphore, SssemaWakesTheOtherWaiterOnlyAfterQueuingItself) {
+  NuvSema* self = NewSema(0);
+  NuvSema* other = NewSema(0);
+  const SharedObject<Sighting> sighting;
+  Sighting* shared = &*sighting;
+  ASSERT_TRUE(QueueProcess(other, [other, self, shared] {
+    other->psema(nullptr);
+    shared->signallerQueued = QueuedPids(self).size() == 1 ? 1 : 0;
+    shared->awakened = 1;
+    self->vsema();
+  }));
+  ChildProcess signaller([self, other] { self->sssema(other, nullptr); });
+  ASSERT_TRUE(Eventually([shared] { return shared->awakened == 1; }));
+  EXPECT_EQ(sighting->signallerQueued, 1);
+  ASSERT_TRUE(signaller.Finish(kChildDeadline).Exited());
+  EXPECT_TRUE(WaitersExitedCleanly());
 }
 
 // A V's SIGUSR1 can land after the waiter has queued itself and before it suspends; the wait
