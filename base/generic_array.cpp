@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-#include "diag/assert_at.h"
+#include "core/assert_at.h"
 
 namespace {
 

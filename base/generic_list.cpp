@@ -1,7 +1,7 @@
 /// \file NuvGenericList: counted NuvCore references in a singly linked list with one cursor.
 #include <nuv/list.h>
 
-#include "diag/assert_at.h"
+#include "core/assert_at.h"
 
 NuvListElem::NuvListElem(NuvCore* item) : NuvCore(NuvMempool::nuv), itemM(item) {}
 

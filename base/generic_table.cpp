@@ -1,7 +1,7 @@
 /// \file NuvGenericTable: unsigned long keys to counted NuvCore references, in insertion order.
 #include <nuv/table.h>
 
-#include "diag/assert_at.h"
+#include "core/assert_at.h"
 
 namespace {
 

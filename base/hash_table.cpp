@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "diag/assert_at.h"
+#include "core/assert_at.h"
 
 namespace {
 

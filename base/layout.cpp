@@ -1,9 +1,8 @@
-/// \file The shared format of the strings, containers and logger objects, checked at compile time.
+/// \file The shared format of the strings and containers, checked at compile time.
 #include <nuv/array.h>
 #include <nuv/hash_table.h>
 #include <nuv/id_set.h>
 #include <nuv/list.h>
-#include <nuv/logger.h>
 #include <nuv/string.h>
 #include <nuv/table.h>
 
@@ -74,10 +73,5 @@ struct NuvBaseLayout {
   static_assert(offsetof(NuvGenericHashTable, ndeletedM) == 40, "hash table deleted count");
   static_assert(offsetof(NuvGenericHashTable, indexM) == 44, "hash table iteration index");
   static_assert(offsetof(NuvGenericHashTable, initialSizeM) == 48, "hash table initial size");
-
-  static_assert(sizeof(NuvLogger) == 24, "logger: core, facility, priority, name");
-  static_assert(offsetof(NuvLogger, facilityM) == 12, "logger facility");
-  static_assert(offsetof(NuvLogger, priorityM) == 16, "logger priority");
-  static_assert(offsetof(NuvLogger, nameM) == 20, "logger name");
 };
 #pragma GCC diagnostic pop

@@ -9,7 +9,7 @@
 #include <cwchar>
 
 #include "base/format_estimate.h"
-#include "diag/assert_at.h"
+#include "core/assert_at.h"
 
 namespace {
 

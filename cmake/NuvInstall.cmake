@@ -19,11 +19,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/NuvConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/NuvConfig.cmake ${PROJECT_BINARY_DIR}/NuvConfigVersion.cmake
   DESTINATION ${NUV_CMAKE_INSTALL_DIR})
 
-if(NUV_ARCH STREQUAL "i686")
-  set(NUV_PC_CFLAGS "-fno-omit-frame-pointer")
-else()
-  set(NUV_PC_CFLAGS "")
-endif()
+list(JOIN NUV_PROCESSOR_OPTIONS " " NUV_PC_CFLAGS)
 # Relocatable: the prefix is found from where nuv.pc is installed.
 file(RELATIVE_PATH NUV_PC_PREFIX_FROM_PCDIR "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 configure_file(cmake/nuv.pc.in ${PROJECT_BINARY_DIR}/nuv.pc @ONLY)

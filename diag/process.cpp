@@ -1,4 +1,4 @@
-/// \file yield and execCmd: the 5 ms back-off and running a program to completion.
+/// \file execCmd: running a program to completion.
 #include <nuv/assert.h>
 #include <nuv/status.h>
 
@@ -11,16 +11,9 @@ extern char** environ;  // NOLINT(readability-redundant-declaration): POSIX leav
 
 namespace {
 
-constexpr long kYieldNanoseconds = 5000000;
 constexpr int kExecFailedStatus = 127;
 
 }  // namespace
-
-int yield() {
-  timespec pause{};
-  pause.tv_nsec = kYieldNanoseconds;
-  return nanosleep(&pause, nullptr);
-}
 
 unsigned execCmd(char** argv) {
   const pid_t pid = fork();

@@ -1,13 +1,13 @@
 /// \file The block allocator of a pool: buckets, splitting, coalescing, growing the heap.
 #include <nuv/mempool.h>
 
-#include <nuv/assert.h>
+#include <nuv/lockword.h>
 
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
-#include "diag/assert_at.h"
+#include "core/assert_at.h"
 #include "pool/block.h"
 
 namespace {

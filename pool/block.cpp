@@ -1,7 +1,7 @@
 /// \file Fill patterns of blocks and their check.
 #include "pool/block.h"
 
-#include "diag/assert_at.h"
+#include "core/assert_at.h"
 
 void NuvMempoolBlock::Init() {
   const unsigned words = (Size() - kHeaderBytes) / 4;

@@ -1,14 +1,14 @@
 /// \file Checks of a pool's heap, its reports (arena dump, high-water marks) and leak report.
 #include <nuv/mempool.h>
 
-#include <nuv/logger.h>
 #include <nuv/registry.h>
 
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 
-#include "diag/assert_at.h"
+#include "core/assert_at.h"
+#include "core/log.h"
 #include "pool/block.h"
 
 namespace {
@@ -23,7 +23,7 @@ int Kilobytes(int64_t bytes) { return static_cast<int>(bytes / kKilobyte); }
 void NuvMempool::LogPool(const char* format, ...) {
   va_list args;  // NOLINT(cppcoreguidelines-init-variables): set by va_start
   va_start(args, format);
-  NuvLogger::VLog(NuvLogger::facnuv, NuvLogger::priinfo, nameM, format, args);
+  nuv::log::Record(nuv::log::kFacilityNuv, nuv::log::kPriorityInfo, nameM, format, args);
   va_end(args);
 }
 
@@ -82,13 +82,13 @@ void NuvMempool::CheckPool() {
   const unsigned calls = infoM.Word(NuvMempoolInfo::kMallocCalls);
   if (calls != 0) {
     const char* poolEnd = reinterpret_cast<const char*>(this) + sizeM;
-    NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, "mempool",
-                   "%s block: %dkB/%dkB  chunk: %dkB/%dkB  unused: %dkB  search: %d", nameM,
-                   Kilobytes(infoM.Word(NuvMempoolInfo::kBlockBytes)),
-                   Kilobytes(topM->Address() - firstM->Address()),
-                   Kilobytes(infoM.Word(NuvMempoolInfo::kChunkBytes)),
-                   Kilobytes(poolEnd - chunkFloorM), Kilobytes(GapBytes()),
-                   static_cast<int>(infoM.Word(NuvMempoolInfo::kBlocksSearched) / calls));
+    nuv::log::Entry(nuv::log::kFacilityNuv, nuv::log::kPriorityInfo, "mempool",
+                    "%s block: %dkB/%dkB  chunk: %dkB/%dkB  unused: %dkB  search: %d", nameM,
+                    Kilobytes(infoM.Word(NuvMempoolInfo::kBlockBytes)),
+                    Kilobytes(topM->Address() - firstM->Address()),
+                    Kilobytes(infoM.Word(NuvMempoolInfo::kChunkBytes)),
+                    Kilobytes(poolEnd - chunkFloorM), Kilobytes(GapBytes()),
+                    static_cast<int>(infoM.Word(NuvMempoolInfo::kBlocksSearched) / calls));
   }
   CheckPoolQuietly();
 }

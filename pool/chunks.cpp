@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "diag/assert_at.h"
+#include "core/assert_at.h"
 #include "pool/block.h"
 
 unsigned NuvMempool::RoundUpToChunkSize(unsigned n) const {

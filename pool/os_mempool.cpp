@@ -13,7 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "diag/assert_at.h"
+#include "core/assert_at.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include <new>
 
-#include "diag/assert_at.h"
+#include "core/assert_at.h"
 
 NuvMempoolLocal* pAllMempoolsG = nullptr;
 

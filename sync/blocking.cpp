@@ -5,10 +5,10 @@
 #include <csignal>
 #include <cstdint>
 
-#include "diag/assert_at.h"
+#include "arch/signal_entry.h"
+#include "core/assert_at.h"
+#include "core/word.h"
 #include "sync/hand_off.h"
-#include "sync/signal_entry_arch.h"
-#include "sync/word.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 
 #include <cstddef>
 
+#include "core/word.h"
 #include "sync/message_node.h"
-#include "sync/word.h"
 
 namespace {
 

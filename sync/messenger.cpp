@@ -3,9 +3,9 @@
 
 #include <nuv/semaphore.h>
 
+#include "core/word.h"
 #include "sync/hand_off.h"
 #include "sync/message_node.h"
-#include "sync/word.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
 /// \file NuvSema: P and V between processes, and the semaphore's wait queue.
 #include <nuv/semaphore.h>
 
-#include <nuv/thread.h>
+#include <nuv/current_thread.h>
 #include <nuv/thread_queue.h>
 
-#include "diag/assert_at.h"
+#include "core/assert_at.h"
+#include "core/word.h"
 #include "sync/hand_off.h"
-#include "sync/word.h"
 
 NuvSema::~NuvSema() {
   nuv::TakeWord(&lockM);

@@ -1,11 +1,11 @@
 /// \file NuvThreadQMgr: a pool's stock of wait-queue blocks.
 #include <nuv/thread_queue.h>
 
-#include <nuv/logger.h>
-#include <nuv/thread.h>
+#include <nuv/current_thread.h>
 
-#include "diag/assert_at.h"
-#include "sync/word.h"
+#include "core/assert_at.h"
+#include "core/log.h"
+#include "core/word.h"
 
 NuvThreadQMgr::NuvThreadQMgr() : NuvSeed(NuvMempool::nuv) {
   for (NuvThreadQ& block : blocksM) {
@@ -23,13 +23,14 @@ NuvThreadQMgr::~NuvThreadQMgr() {
   if (free >= kBlocks) {
     return;
   }
-  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::prierr, "threadQ",
-                 "A mempool was destroyed while active threads were waiting");
-  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::prierr, "threadQ",
-                 "on semaphores. These threads are:");
+  nuv::log::Entry(nuv::log::kFacilityNuv, nuv::log::kPriorityErr, "threadQ",
+                  "A mempool was destroyed while active threads were waiting");
+  nuv::log::Entry(nuv::log::kFacilityNuv, nuv::log::kPriorityErr, "threadQ",
+                  "on semaphores. These threads are:");
   for (const NuvThreadQ& block : blocksM) {
     if (block.pid != 0) {
-      NuvLogger::Log(NuvLogger::facnuv, NuvLogger::prierr, "threadQ", "   PID = %d", block.pid);
+      nuv::log::Entry(nuv::log::kFacilityNuv, nuv::log::kPriorityErr, "threadQ", "   PID = %d",
+                      block.pid);
     }
   }
 }

@@ -3,7 +3,7 @@
 
 #include <nuv/thread.h>
 
-#include "thread/stack_frame_arch.h"
+#include "arch/stack_frame.h"
 
 // Set by the dynamic loader: the top of the process's initial stack. Every frame lies below it.
 extern "C" void* __libc_stack_end;  // NOLINT(readability-redundant-declaration): glibc's own.

@@ -1,7 +1,6 @@
 /// \file The fatal handler _stray_ and its register dump.
 #include <nuv/fatal.h>
 
-#include <nuv/logger.h>
 #include <nuv/thread.h>
 
 #include <unistd.h>
@@ -9,11 +8,12 @@
 #include <cstdio>
 #include <cstring>
 
-#include "sync/signal_entry_arch.h"
+#include "arch/registers.h"
+#include "arch/signal_entry.h"
+#include "arch/stack_frame.h"
+#include "core/log.h"
 #include "thread/backtrace.h"
-#include "thread/registers_arch.h"
 #include "thread/restart.h"
-#include "thread/stack_frame_arch.h"
 
 namespace {
 
@@ -48,7 +48,7 @@ Identity DyingThread() {
 __attribute__((format(printf, 2, 3))) void LogAlert(const char* tag, const char* format, ...) {
   va_list args;  // NOLINT(cppcoreguidelines-init-variables): set by va_start
   va_start(args, format);
-  NuvLogger::VLog(NuvLogger::facnuv, NuvLogger::prialert, tag, format, args);
+  nuv::log::Record(nuv::log::kFacilityNuv, nuv::log::kPriorityAlert, tag, format, args);
   va_end(args);
 }
 

@@ -1,6 +1,9 @@
-/// \file Assertion reports, and the two process utilities that live beside them.
+/// \file Assertion reports, and the two process utilities that live beside them (yield is
+/// declared with the lock words, whose back-off it is).
 #ifndef NUV_ASSERT_H
 #define NUV_ASSERT_H
+
+#include <nuv/lockword.h>
 
 extern "C" {
 /// Reports a violated assertion: one log record (facility "facnuv", priority "prialert", tag
@@ -9,10 +12,6 @@ extern "C" {
 /// restarts; see docs/design.md for how the restart policy ends the process instead.
 void NuvAssertFail(const char* expression, const char* sourceFile, int line, const char* function);
 }
-
-/// Sleeps 5 ms with nanosleep (an interrupted sleep is not resumed); returns nanosleep's result.
-/// The back-off between tries of every lock word.
-int yield();
 
 /// Runs argv[0] (no path search) with argv and the current environment and waits for it,
 /// resuming the wait when a signal interrupts it. Returns kNuvOk when the program exited with

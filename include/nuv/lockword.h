@@ -30,6 +30,10 @@ int fadd(volatile unsigned* word, int addend) __asm__("fadd");
 /// addition. Exported under the C symbol name "fadd".
 using nuv::lockword::fadd;
 
+/// Sleeps 5 ms with nanosleep (an interrupted sleep is not resumed); returns nanosleep's result.
+/// The back-off between tries of every lock word.
+int yield();
+
 /// The library's acquisition policy: uptrylock(), and after every failed try sleep 5 ms with
 /// yield() before trying again. Never spins without sleeping.
 void upsleeplock(volatile NuvLock* word);

@@ -72,7 +72,7 @@ class NuvLogger : public NuvCore {
   void NameLog(const char* name, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
  private:
-  friend struct NuvBaseLayout;
+  friend struct NuvDiagLayout;
 
   iFacility facilityM;
   iPriority priorityM;

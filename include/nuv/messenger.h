@@ -50,7 +50,7 @@ class NuvMessageQ : public NuvCore {
 
  private:
   friend class NuvMessenger;
-  friend struct NuvMempoolLayout;
+  friend struct NuvSyncLayout;
 
   void Append(NuvMessageNode* node);
   NuvMessageNode* TakeHead();
@@ -89,7 +89,7 @@ class NuvMessenger : public NuvSeed {
   bool Peek(int number, unsigned long type);
 
  private:
-  friend struct NuvMempoolLayout;
+  friend struct NuvSyncLayout;
 
   /// The queue with this number with one reference taken for the caller, or null.
   NuvMessageQ* Lookup(int number);

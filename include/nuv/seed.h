@@ -44,6 +44,7 @@ class NuvSeed {
   unsigned DropReference();
 
  private:
+  friend struct NuvMempoolLayout;
   NuvMempool* poolM;
   volatile unsigned countM = 0;
 };

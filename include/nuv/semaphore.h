@@ -56,7 +56,7 @@ class NuvSema : public NuvVirtualSeed {
   NuvThreadQ* GetHead() const { return headM; }
 
  private:
-  friend struct NuvMempoolLayout;
+  friend struct NuvSyncLayout;
   bool PrepareIfNoUnit(const NuvTime* timeout) const;
   friend struct nuv::HandOff;
 

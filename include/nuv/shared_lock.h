@@ -39,7 +39,7 @@ class NuvLockShared : public NuvSema {
   int16_t GetPromoters() const { return promotersM; }
 
  private:
-  friend struct NuvMempoolLayout;
+  friend struct NuvSyncLayout;
   int16_t readersM = 0;
   int16_t promotersM = 0;
   NuvSema* drainM = nullptr;

@@ -2,6 +2,8 @@
 #ifndef NUV_THREAD_H
 #define NUV_THREAD_H
 
+#include <nuv/current_thread.h>
+
 class NuvThread {
  public:
   /// Adopts the calling process under the given name (cut to 31 characters).
@@ -27,10 +29,6 @@ class NuvThread {
 /// The thread that this process runs; null in a process that no library thread adopted, and
 /// then the fatal report names the process by its pid.
 extern NuvThread* pCurrentThreadG;
-
-/// The id of the calling thread: the current thread's process id, or the process's own pid in a
-/// process that no library thread adopted.
-int NuvCurrentThreadId();
 
 /// Sends SIGQUIT to the thread's process, which (with the fatal handler installed) reports
 /// itself and restarts the device.

@@ -31,7 +31,7 @@ class NuvThreadQMgr : public NuvSeed {
   void ReturnQBlock(NuvThreadQ* block);
 
  private:
-  friend struct NuvMempoolLayout;
+  friend struct NuvSyncLayout;
   volatile NuvLock lockM = 0;
   NuvThreadQ* freeM = nullptr;
   NuvThreadQ blocksM[kBlocks] = {};

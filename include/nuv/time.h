@@ -26,6 +26,7 @@ class NuvTime {
   }
 
  private:
+  friend struct NuvCoreLayout;
   uint32_t upperM = 0;
   uint32_t lowerM = 0;
 };
@@ -58,6 +59,7 @@ class NuvTimeCounter {
   uint64_t tonsec() const;
 
  private:
+  friend struct NuvCoreLayout;
   uint32_t startUpperM = 0;
   uint32_t startLowerM = 0;
 };

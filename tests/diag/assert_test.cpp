@@ -9,7 +9,7 @@
 
 #include <cstdlib>
 
-#include "diag/assert_at.h"
+#include "core/assert_at.h"
 #include "support/fatal_report.h"
 
 namespace {

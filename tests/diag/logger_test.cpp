@@ -22,7 +22,7 @@
 #include <string>
 #include <vector>
 
-#include "diag/log_socket.h"
+#include "core/log_socket.h"
 #include "support/child_process.h"
 
 namespace {

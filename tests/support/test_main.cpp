@@ -2,7 +2,7 @@
 /// no pool file outlives the program.
 #include <gtest/gtest.h>
 
-#include "diag/log_socket.h"
+#include "core/log_socket.h"
 #include "support/pool_prefix.h"
 
 // A path that can never be a socket: entries fall back to standard output unless a test

@@ -1,0 +1,10 @@
+/// \file The id of the calling library thread.
+#ifndef NUV_CURRENT_THREAD_H
+#define NUV_CURRENT_THREAD_H
+
+/// The calling thread's id: the process id of the process that runs it, the id that waits queue
+/// and wake-ups are sent to. Read from the kernel once per process (a forked child reads its
+/// own), not at every call.
+int NuvCurrentThreadId();
+
+#endif  // NUV_CURRENT_THREAD_H
