@@ -1,11 +1,13 @@
 /// \file The library's one way to the kernel. Every system call is made through Make with a Call
 /// that states its name, the value by which it reports failure, the errno its caller takes as
 /// success, and whether an interrupted call is made again. errno stays as the call left it, and
-/// tests can make a chosen call fail without reaching the kernel.
+/// tests can make a chosen call fail without reaching the kernel. Calls that cannot fail
+/// (getpid, sync, getpagesize) are made directly.
 #ifndef NUV_CORE_KERNEL_H
 #define NUV_CORE_KERNEL_H
 
 #include <cerrno>
+#include <type_traits>
 
 namespace nuv::kernel {
 
@@ -26,6 +28,16 @@ struct Result {
 };
 
 namespace detail {
+/// A call's value as a long: a pointer by its address.
+template <typename T>
+long AsLong(T value) {
+  if constexpr (std::is_pointer_v<T>) {
+    return reinterpret_cast<long>(value);
+  } else {
+    return static_cast<long>(value);
+  }
+}
+
 /// The call that tests made fail next, if any.
 struct Injection {
   const char* name;
@@ -47,7 +59,7 @@ Result Make(const Call& call, Fn fn) {
     return {call.failure, error};
   }
   for (;;) {
-    const long value = static_cast<long>(fn());
+    const long value = detail::AsLong(fn());
     if (value != call.failure) {
       return {value, 0};
     }

@@ -6,6 +6,7 @@
 #include <sys/times.h>
 
 #include "arch/timebase.h"
+#include "core/kernel.h"
 
 namespace {
 
@@ -15,6 +16,16 @@ constexpr uint64_t kPicosecondsPerMicrosecond = 1000000;
 uint64_t UnsignedProduct(uint32_t a, uint32_t b) { return static_cast<uint64_t>(a) * b; }
 
 uint64_t AtLeastOne(uint64_t value) { return value == 0 ? 1 : value; }
+
+constexpr nuv::kernel::Call kGettimeofday{"gettimeofday", -1, 0, false};
+// Failure is (clock_t)-1; the calibration's loop compares ticks, and a failing clock ends it.
+constexpr nuv::kernel::Call kTimes{"times", -1, 0, false};
+constexpr nuv::kernel::Call kSchedYield{"sched_yield", -1, 0, false};
+
+clock_t Ticks() {
+  tms ticks{};
+  return static_cast<clock_t>(nuv::kernel::Make(kTimes, [&ticks] { return times(&ticks); }).value);
+}
 
 }  // namespace
 
@@ -27,7 +38,8 @@ NuvTime NuvTime::FromTimeval(uint32_t seconds, uint32_t microseconds) {
 
 int NuvTime::loadCurrent() {
   timeval now{};
-  const int result = gettimeofday(&now, nullptr);
+  const auto result = static_cast<int>(
+      nuv::kernel::Make(kGettimeofday, [&now] { return gettimeofday(&now, nullptr); }).value);
   *this = FromTimeval(static_cast<uint32_t>(now.tv_sec), static_cast<uint32_t>(now.tv_usec));
   return result;
 }
@@ -44,13 +56,13 @@ void NuvTimeCounter::initCounter() {
   if (HighResPsPerClock != 0) {
     return;
   }
-  tms ticks{};
-  const clock_t t0 = times(&ticks);
+  const clock_t t0 = Ticks();
   NuvTime start;
   start.loadCurrent();
   const uint64_t c0 = readCounter();
-  while (times(&ticks) < t0 + kCalibrationTicks) {
-    sched_yield();
+  while (Ticks() < t0 + kCalibrationTicks) {
+    nuv::kernel::Ignore(nuv::kernel::Make(kSchedYield, [] { return sched_yield(); }),
+                        "only a courtesy to other processes while the ticks pass");
   }
   const uint64_t c1 = readCounter();
   NuvTime end;

@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "core/assert_at.h"
+#include "core/kernel.h"
 
 namespace {
 
@@ -35,6 +36,46 @@ static_assert(offsetof(PoolFileHeader, mappingLength) == 4, "word 1: mapping len
 
 PoolFileHeader* HeaderAt(char* mapping) { return reinterpret_cast<PoolFileHeader*>(mapping); }
 
+using nuv::kernel::Call;
+using nuv::kernel::Ignore;
+using nuv::kernel::Make;
+using nuv::kernel::Result;
+
+constexpr Call kAccess{"access", -1, ENOENT, false};
+constexpr Call kUnlink{"unlink", -1, ENOENT, false};
+constexpr Call kOpen{"open", -1, 0, false};
+constexpr Call kClose{"close", -1, 0, false};
+constexpr Call kRead{"read", -1, 0, false};
+constexpr Call kWrite{"write", -1, 0, false};
+constexpr Call kMmap{"mmap", -1, 0, false};  // MAP_FAILED, the address -1
+constexpr Call kMunmap{"munmap", -1, 0, false};
+constexpr Call kMsync{"msync", -1, 0, false};
+constexpr Call kMprotect{"mprotect", -1, 0, false};
+constexpr Call kMlock{"mlock", -1, 0, false};
+constexpr Call kMunlock{"munlock", -1, 0, false};
+// Held by another process: the answer "active", not a failure.
+constexpr Call kTryExclusiveFlock{"flock", -1, EWOULDBLOCK, false};
+// The active flag must be taken: a signal that interrupts the wait for it does not end it.
+constexpr Call kSharedFlock{"flock", -1, 0, true};
+
+Result Open(const char* path, int flags, mode_t mode = 0) {
+  return Make(kOpen, [=] { return open(path, flags, mode); });
+}
+
+void Close(int fd) {
+  Ignore(Make(kClose, [fd] { return close(fd); }), "the descriptor is given up either way");
+}
+
+void* Map(void* wanted, unsigned length, int flags, int fd) {
+  return reinterpret_cast<void*>(
+      Make(kMmap, [=] { return mmap(wanted, length, kProtectAll, flags, fd, 0); }).value);
+}
+
+void Unmap(void* mapping, unsigned length) {
+  Ignore(Make(kMunmap, [=] { return munmap(mapping, length); }),
+         "a mapping given up after a failure that is already reported");
+}
+
 unsigned MappingLengthFor(unsigned size) {
   const auto page = static_cast<unsigned>(NuvOsMempool::SPage());
   return ((page + size + kFileHeaderSize - 1) / page) * page;
@@ -48,29 +89,32 @@ void GrowFile(int fd, unsigned length) {
   const auto page = static_cast<unsigned>(NuvOsMempool::SPage());
   for (unsigned written = 0; written < length; written += page) {
     for (unsigned part = 0; part < page; part += sizeof kZeros) {
-      write(fd, kZeros, page - part < sizeof kZeros ? page - part : sizeof kZeros);
+      const size_t count = page - part < sizeof kZeros ? page - part : sizeof kZeros;
+      Ignore(Make(kWrite, [=] { return write(fd, kZeros, count); }), "grown unchecked, as always");
     }
   }
 }
 
 unsigned OpenNewPoolFile(const char* path, bool replace, int& fd) {
-  if (access(path, F_OK) == 0) {
+  if (Make(kAccess, [path] { return access(path, F_OK); }).value == 0) {
     if (!replace) {
       return kNuvPoolExists;
     }
-    unlink(path);
+    Ignore(Make(kUnlink, [path] { return unlink(path); }),
+           "a file that stays makes the exclusive open below fail");
   }
-  fd = open(path, O_RDWR | O_CREAT | O_EXCL, 0600);
-  return fd < 0 ? kNuvPoolCreateFailed : kNuvOk;
+  const Result opened = Open(path, O_RDWR | O_CREAT | O_EXCL, 0600);
+  fd = static_cast<int>(opened.value);
+  return opened.Failed() ? kNuvPoolCreateFailed : kNuvOk;
 }
 
 // Maps the new pool and writes its header; a wanted address that was not granted is a failure.
 unsigned MapNewPool(char* wanted, unsigned length, int fd, bool named, char*& base) {
-  void* mapping = mmap(wanted, length, kProtectAll, named ? MAP_SHARED : MAP_PRIVATE, fd, 0);
+  void* mapping = Map(wanted, length, named ? MAP_SHARED : MAP_PRIVATE, fd);
   if (mapping == MAP_FAILED || (wanted != nullptr && mapping != wanted)) {
     perror("mmap");
     if (mapping != MAP_FAILED) {
-      munmap(mapping, length);
+      Unmap(mapping, length);
     }
     return kNuvPoolCreateFailed;
   }
@@ -78,7 +122,8 @@ unsigned MapNewPool(char* wanted, unsigned length, int fd, bool named, char*& ba
   HeaderAt(bytes)->mappingAddress = static_cast<unsigned>(reinterpret_cast<uintptr_t>(bytes));
   HeaderAt(bytes)->mappingLength = length;
   if (named) {
-    msync(bytes, length, MS_ASYNC);
+    Ignore(Make(kMsync, [=] { return msync(bytes, length, MS_ASYNC); }),
+           "an early flush of the header, which the shared mapping holds already");
   }
   base = bytes + kFileHeaderSize;
   return kNuvOk;
@@ -86,19 +131,26 @@ unsigned MapNewPool(char* wanted, unsigned length, int fd, bool named, char*& ba
 
 void CloseIfOpen(int& fd) {
   if (fd != -1) {
-    close(fd);
+    Close(fd);
     fd = -1;
   }
 }
 
 using PageCall = int (*)(void* start, size_t length);
 
-int ProtectReadOnly(void* start, size_t length) { return mprotect(start, length, PROT_READ); }
-int ProtectReadWrite(void* start, size_t length) {
-  return mprotect(start, length, PROT_READ | PROT_WRITE);
+int ProtectReadOnly(void* start, size_t length) {
+  return static_cast<int>(Make(kMprotect, [=] { return mprotect(start, length, PROT_READ); }).value);
 }
-int LockPages(void* start, size_t length) { return mlock(start, length); }
-int UnlockPages(void* start, size_t length) { return munlock(start, length); }
+int ProtectReadWrite(void* start, size_t length) {
+  return static_cast<int>(
+      Make(kMprotect, [=] { return mprotect(start, length, PROT_READ | PROT_WRITE); }).value);
+}
+int LockPages(void* start, size_t length) {
+  return static_cast<int>(Make(kMlock, [=] { return mlock(start, length); }).value);
+}
+int UnlockPages(void* start, size_t length) {
+  return static_cast<int>(Make(kMunlock, [=] { return munlock(start, length); }).value);
+}
 
 // The start is rounded as a signed 32-bit division by 4096 rounds (towards zero), so an address
 // with the top bit set rounds upward; the constant is 4096 whatever the page size. Kept as the
@@ -145,8 +197,9 @@ unsigned NuvOsMempool::Allocate(const char* name, unsigned size, bool replace, c
       GrowFile(fd, mappingLength);
     }
   } else {
-    fd = open("/dev/zero", O_RDWR);
-    result = fd < 0 ? kNuvPoolCreateFailed : kNuvOk;
+    const Result opened = Open("/dev/zero", O_RDWR);
+    fd = static_cast<int>(opened.value);
+    result = opened.Failed() ? kNuvPoolCreateFailed : kNuvOk;
   }
   if (result == kNuvOk) {
     result = MapNewPool(base, mappingLength, fd, named, base);
@@ -167,7 +220,7 @@ unsigned NuvOsMempool::Attach(const char* name, char*& base, unsigned& length, i
   if (path == nullptr) {
     return kNuvPoolAddressFailed;
   }
-  fd = open(path, O_RDWR);
+  fd = static_cast<int>(Open(path, O_RDWR).value);
   unsigned result = fd < 0 ? kNuvPoolOpenFailed : MapFd(fd, base, length, false);
   if (result != kNuvOk) {
     CloseIfOpen(fd);
@@ -184,7 +237,7 @@ unsigned NuvOsMempool::AutoAttach(const char* name, unsigned size, char*& base, 
     return kNuvPoolAddressFailed;
   }
   unsigned result = kNuvOk;
-  fd = open(path, O_RDWR);
+  fd = static_cast<int>(Open(path, O_RDWR).value);
   if (fd >= 0) {
     length = size;
     result = MapFd(fd, base, length, true);
@@ -208,7 +261,8 @@ unsigned NuvOsMempool::AutoAttach(const char* name, unsigned size, char*& base, 
 
 unsigned NuvOsMempool::MapFd(int fd, char*& base, unsigned& length, bool requireActive) {
   PoolFileHeader header{};
-  if (read(fd, &header, sizeof header) != static_cast<ssize_t>(sizeof header)) {
+  if (Make(kRead, [fd, &header] { return read(fd, &header, sizeof header); }).value !=
+      static_cast<long>(sizeof header)) {
     return kNuvPoolOpenFailed;
   }
   char* address = base != nullptr ? base : reinterpret_cast<char*>(header.mappingAddress);
@@ -216,10 +270,10 @@ unsigned NuvOsMempool::MapFd(int fd, char*& base, unsigned& length, bool require
     return kNuvNotActive;
   }
   // No fixed-placement flag: the address is a hint, and landing anywhere else is a failure.
-  void* mapping = mmap(address, header.mappingLength, kProtectAll, MAP_SHARED, fd, 0);
+  void* mapping = Map(address, header.mappingLength, MAP_SHARED, fd);
   if (mapping != address) {
     if (mapping != MAP_FAILED) {
-      munmap(mapping, header.mappingLength);
+      Unmap(mapping, header.mappingLength);
     }
     return kNuvPoolAddressFailed;
   }
@@ -228,24 +282,33 @@ unsigned NuvOsMempool::MapFd(int fd, char*& base, unsigned& length, bool require
   return kNuvOk;
 }
 
+namespace {
+
+int TakeSharedFlag(int fd) {
+  return static_cast<int>(Make(kSharedFlock, [fd] { return flock(fd, LOCK_SH); }).value);
+}
+
+}  // namespace
+
 int NuvOsMempool::CheckActiveFlag(int fd) {
-  if (flock(fd, LOCK_EX | LOCK_NB) == 0) {
+  if (Make(kTryExclusiveFlock, [fd] { return flock(fd, LOCK_EX | LOCK_NB); }).value == 0) {
     return 0;
   }
-  flock(fd, LOCK_SH);
+  Ignore(Make(kSharedFlock, [fd] { return flock(fd, LOCK_SH); }),
+         "the answer is given; the next check of another process takes it again");
   return 1;
 }
 
-int NuvOsMempool::SetMempoolActiveFlag(int fd) { return flock(fd, LOCK_SH); }
+int NuvOsMempool::SetMempoolActiveFlag(int fd) { return TakeSharedFlag(fd); }
 
-int NuvOsMempool::ResetActiveFlag(int fd) { return flock(fd, LOCK_SH); }
+int NuvOsMempool::ResetActiveFlag(int fd) { return TakeSharedFlag(fd); }
 
 int NuvOsMempool::ClearActiveFlag(int /*fd*/) { return 0; }
 
 void NuvOsMempool::Clean(const char* name) {
   char* path = MakePoolName(name);
   if (path != nullptr) {
-    unlink(path);
+    Ignore(Make(kUnlink, [path] { return unlink(path); }), "nothing to clean is clean");
     free(path);
   }
 }
@@ -256,12 +319,14 @@ int NuvOsMempool::Free(char* base, unsigned length, int fd) {
   const PoolFileHeader* header = HeaderAt(mapping);
   NUV_ASSERT_AT(header->mappingAddress == reinterpret_cast<uintptr_t>(mapping), 586, "Free");
   NUV_ASSERT_AT(header->mappingLength == mappingLength, 587, "Free");
-  NUV_ASSERT_AT(msync(mapping, mappingLength, MS_SYNC) == 0, 594, "Free");
-  NUV_ASSERT_AT(munmap(mapping, mappingLength) == 0, 597, "Free");
+  NUV_ASSERT_AT(!Make(kMsync, [=] { return msync(mapping, mappingLength, MS_SYNC); }).Failed(),
+                594, "Free");
+  NUV_ASSERT_AT(!Make(kMunmap, [=] { return munmap(mapping, mappingLength); }).Failed(), 597,
+                "Free");
   // Descriptor 0 is deliberately left open: the test has always been "less than 1".
   if (fd >= 1) {
     ClearActiveFlag(fd);
-    close(fd);
+    Close(fd);
   }
   return 0;
 }

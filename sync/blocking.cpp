@@ -7,6 +7,8 @@
 
 #include "arch/signal_entry.h"
 #include "core/assert_at.h"
+#include "core/kernel.h"
+#include "core/signals.h"
 #include "core/word.h"
 #include "sync/hand_off.h"
 
@@ -28,16 +30,36 @@ constexpr int64_t kNanosecondsPerMillisecond = 1000000;
 constexpr int64_t kNanosecondsPerSecond = 1000000000;
 constexpr int32_t kLongestEarlyTimeoutMs = 9;
 
+constexpr nuv::kernel::Call kSetitimer{"setitimer", -1, 0, false};
+// sigsuspend returns only when a handler has run, with EINTR: that is its success.
+constexpr nuv::kernel::Call kSigsuspend{"sigsuspend", -1, EINTR, false};
+constexpr nuv::kernel::Call kKill{"kill", -1, 0, false};
+
+// The wait's own calls cannot fail with the arguments it gives them: their results are not
+// looked at, as they never have been.
+constexpr const char* kCannotFail = "valid signals, masks and timer values";
+
+void SetTimer(const itimerval& value) {
+  nuv::kernel::Ignore(
+      nuv::kernel::Make(kSetitimer, [&value] { return setitimer(ITIMER_REAL, &value, nullptr); }),
+      kCannotFail);
+}
+
 void ArmTimer(int64_t nanoseconds) {
   itimerval once{};
   once.it_value.tv_sec = static_cast<time_t>(nanoseconds / kNanosecondsPerSecond);
   once.it_value.tv_usec = static_cast<suseconds_t>((nanoseconds % kNanosecondsPerSecond) / 1000);
-  setitimer(ITIMER_REAL, &once, nullptr);
+  SetTimer(once);
 }
 
-void DisarmTimer() {
-  const itimerval zero{};
-  setitimer(ITIMER_REAL, &zero, nullptr);
+void DisarmTimer() { SetTimer(itimerval{}); }
+
+void Restore(int signal, const struct sigaction& action) {
+  nuv::kernel::Ignore(nuv::signals::Restore(signal, action), kCannotFail);
+}
+
+void SetMask(int how, const sigset_t& set, sigset_t* previous) {
+  nuv::kernel::Ignore(nuv::signals::Mask(how, set, previous), kCannotFail);
 }
 
 void ReleaseHeld(volatile NuvLock* held) {
@@ -54,11 +76,7 @@ bool EarlyTimeout(const NuvTime* timeout) {
 }
 
 void InstallWaitHandler(int signal, const sigset_t& mask, struct sigaction* previous) {
-  struct sigaction action {};
-  action.sa_handler = _bhandler_;
-  action.sa_mask = mask;
-  action.sa_flags = 0;
-  sigaction(signal, &action, previous);
+  nuv::kernel::Ignore(nuv::signals::Install(signal, _bhandler_, mask, 0, previous), kCannotFail);
 }
 
 }  // namespace
@@ -79,9 +97,9 @@ NUV_SIGNAL_ENTRY void _bhandler_(int signal) {
     }
   }
   if (blto) {
-    sigaction(SIGALRM, &oalrm, nullptr);
+    Restore(SIGALRM, oalrm);
   }
-  sigaction(SIGUSR1, &ousr1, nullptr);
+  Restore(SIGUSR1, ousr1);
 }
 
 // Steps 2 to 4 of a wait: the wake-up (and time-out) signals blocked, the handlers installed.
@@ -95,7 +113,7 @@ void nuv::HandOff::PrepareWait(const NuvTime* timeout) {
   if (timeout != nullptr) {
     sigaddset(&waitSignals, SIGALRM);
   }
-  sigprocmask(SIG_BLOCK, &waitSignals, &maskBeforeWait);
+  SetMask(SIG_BLOCK, waitSignals, &maskBeforeWait);
   blhow = 0;
   InstallWaitHandler(SIGUSR1, waitSignals, &ousr1);
   blto = timeout != nullptr;
@@ -110,10 +128,10 @@ void nuv::HandOff::CancelWait() {
     return;
   }
   if (blto) {
-    sigaction(SIGALRM, &oalrm, nullptr);
+    Restore(SIGALRM, oalrm);
   }
-  sigaction(SIGUSR1, &ousr1, nullptr);
-  sigprocmask(SIG_SETMASK, &maskBeforeWait, nullptr);
+  Restore(SIGUSR1, ousr1);
+  SetMask(SIG_SETMASK, maskBeforeWait, nullptr);
   prepared = false;
 }
 
@@ -145,9 +163,10 @@ int nuv::HandOff::BlockThenWake(NuvSema* sema, NuvTime* timeout, int wakePid,
   sigset_t suspendMask = maskBeforeWait;
   sigdelset(&suspendMask, SIGUSR1);
   sigdelset(&suspendMask, SIGALRM);
-  sigsuspend(&suspendMask);
+  nuv::kernel::Ignore(nuv::kernel::Make(kSigsuspend, [&] { return sigsuspend(&suspendMask); }),
+                      "a wait ends whichever way blhow records");
   prepared = false;
-  sigprocmask(SIG_SETMASK, &maskBeforeWait, nullptr);
+  SetMask(SIG_SETMASK, maskBeforeWait, nullptr);
   return blhow;
 }
 
@@ -158,7 +177,12 @@ int nuv::HandOff::DequeueWaiter(NuvSema* sema) {
   return pid;
 }
 
-int nuv::HandOff::Wake(int pid) { return pid != 0 ? kill(pid, SIGUSR1) : 0; }
+// kill's result is the V's result; a waiter that died meanwhile is not woken.
+int nuv::HandOff::Wake(int pid) {
+  return pid != 0
+             ? static_cast<int>(nuv::kernel::Make(kKill, [pid] { return kill(pid, SIGUSR1); }).value)
+             : 0;
+}
 
 int _block_(NuvSema* sema, NuvTime* timeout) {
   return nuv::HandOff::BlockThenWake(sema, timeout, 0);

@@ -10,17 +10,26 @@
 #include <sys/reboot.h>
 #endif
 
+#include "core/kernel.h"
+#include "core/signals.h"
+
 namespace {
 
 constexpr unsigned kDefaultRestartDelayMs = 5000;
 unsigned restartDelayMs = kDefaultRestartDelayMs;
+
+// The last steps of a dying process: nothing is left to report a failure to.
+constexpr const char* kDying = "the process is ending and has nobody left to tell";
+constexpr nuv::kernel::Call kNanosleep{"nanosleep", -1, 0, false};
+constexpr nuv::kernel::Call kRaise{"raise", -1, 0, false};
 
 // A signal arriving during the wait ends it early, as the device's five-second sleep does.
 void WaitForLogToDrain() {
   timespec delay{};
   delay.tv_sec = static_cast<time_t>(restartDelayMs / 1000);
   delay.tv_nsec = static_cast<long>(restartDelayMs % 1000) * 1000000L;
-  nanosleep(&delay, nullptr);
+  nuv::kernel::Ignore(nuv::kernel::Make(kNanosleep, [&delay] { return nanosleep(&delay, nullptr); }),
+                      "an interrupted wait ends early, as designed");
 }
 
 #if !NUV_ENABLE_REBOOT
@@ -44,15 +53,12 @@ bool DefaultActionEndsProcess(int signal) {
 // (pseudo-signals of assertions and aborts) by an abnormal exit.
 [[noreturn]] void EndProcessWithoutRestart(int signal) {
   if (DefaultActionEndsProcess(signal)) {
-    struct sigaction defaultAction {};
-    defaultAction.sa_handler = SIG_DFL;
-    sigemptyset(&defaultAction.sa_mask);
-    sigaction(signal, &defaultAction, nullptr);
-    sigset_t only{};
-    sigemptyset(&only);
-    sigaddset(&only, signal);
-    sigprocmask(SIG_UNBLOCK, &only, nullptr);
-    raise(signal);
+    sigset_t none;
+    sigemptyset(&none);
+    nuv::kernel::Ignore(nuv::signals::Install(signal, SIG_DFL, none, 0, nullptr), kDying);
+    nuv::kernel::Ignore(nuv::signals::Mask(SIG_UNBLOCK, nuv::signals::Only(signal), nullptr),
+                        kDying);
+    nuv::kernel::Ignore(nuv::kernel::Make(kRaise, [signal] { return raise(signal); }), kDying);
   }
   _exit(EXIT_FAILURE);
 }
@@ -66,10 +72,13 @@ void SetRestartDelayForTesting(unsigned milliseconds) { restartDelayMs = millise
 
 void RestartDevice(int signal) {
   WaitForLogToDrain();
-  sync();
+  sync();  // cannot fail
 #if NUV_ENABLE_REBOOT
   (void)signal;
-  reboot(RB_AUTOBOOT);
+  // Should the restart fail, the fatal handler returns, as the device's has always done.
+  kernel::Ignore(kernel::Make(kernel::Call{"reboot", -1, 0, false},
+                              [] { return reboot(RB_AUTOBOOT); }),
+                 kDying);
 #else
   EndProcessWithoutRestart(signal);
 #endif

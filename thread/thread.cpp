@@ -8,6 +8,8 @@
 #include <csignal>
 #include <cstring>
 
+#include "core/kernel.h"
+
 NuvThread* pCurrentThreadG = nullptr;
 
 NuvThread::NuvThread(const char* name) : pidM(getpid()) { SetName(name); }
@@ -20,4 +22,10 @@ void NuvThread::SetName(const char* name) {
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static): a member by contract.
 void NuvThread::abort() { _stray_(0, nullptr); }
 
-void _killthread_(NuvThread* thread) { kill(thread->GetId(), SIGQUIT); }
+// A thread that is already gone cannot report: nothing to do.
+void _killthread_(NuvThread* thread) {
+  const int pid = thread->GetId();
+  nuv::kernel::Ignore(nuv::kernel::Make(nuv::kernel::Call{"kill", -1, ESRCH, false},
+                                        [pid] { return kill(pid, SIGQUIT); }),
+                      "a thread already gone has nothing to report");
+}
