@@ -2,7 +2,7 @@
 /// that states its name, the value by which it reports failure, the errno its caller takes as
 /// success, and whether an interrupted call is made again. errno stays as the call left it, and
 /// tests can make a chosen call fail without reaching the kernel. Calls that cannot fail
-/// (getpid, sync, getpagesize) are made directly.
+/// (getpid, sync, getpagesize, time) are made directly.
 #ifndef NUV_CORE_KERNEL_H
 #define NUV_CORE_KERNEL_H
 

@@ -54,7 +54,9 @@ sigset_t Only(int signal) {
 }
 
 void detail::CatchBrokenPipe(struct sigaction* previous) {
-  Install(SIGPIPE, RecoverFromBrokenPipe, sigset_t{}, 0, previous);
+  sigset_t none;
+  sigemptyset(&none);
+  Install(SIGPIPE, RecoverFromBrokenPipe, none, 0, previous);
 }
 
 }  // namespace nuv::signals

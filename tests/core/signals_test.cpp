@@ -1,0 +1,92 @@
+/// \file The broken-pipe guard: a transfer cut short by SIGPIPE becomes a result, and the
+/// previous action of SIGPIPE comes back.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+#include <csignal>
+
+#include "core/signals.h"
+
+namespace {
+
+int handledSignals = 0;
+void CountSignal(int /*signal*/) { ++handledSignals; }
+
+// A pipe whose reading end is closed: a write to it raises SIGPIPE.
+struct BrokenPipe {
+  int fds[2] = {-1, -1};
+  BrokenPipe() {
+    if (pipe(fds) == 0) {
+      close(fds[0]);
+    }
+  }
+  ~BrokenPipe() { close(fds[1]); }
+  BrokenPipe(const BrokenPipe&) = delete;
+  BrokenPipe& operator=(const BrokenPipe&) = delete;
+  BrokenPipe(BrokenPipe&&) = delete;
+  BrokenPipe& operator=(BrokenPipe&&) = delete;
+};
+
+// Sets SIGPIPE to count, and puts back what was there at the end.
+class BrokenPipeGuard : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    struct sigaction counting {};
+    counting.sa_handler = CountSignal;
+    sigemptyset(&counting.sa_mask);
+    ASSERT_EQ(sigaction(SIGPIPE, &counting, &saved), 0);
+    handledSignals = 0;
+  }
+  void TearDown() override { sigaction(SIGPIPE, &saved, nullptr); }
+  struct sigaction saved {};
+};
+
+TEST_F(BrokenPipeGuard, AWriteToABrokenPipeEndsTheTransferEarly) {
+  BrokenPipe broken;
+  bool wroteToTheEnd = false;
+  const bool completed = nuv::signals::GuardBrokenPipe([&] {
+    const char byte = 'x';
+    (void)!write(broken.fds[1], &byte, 1);
+    wroteToTheEnd = true;
+  });
+  EXPECT_FALSE(completed);
+  EXPECT_FALSE(wroteToTheEnd);
+  EXPECT_EQ(handledSignals, 0);
+}
+
+TEST_F(BrokenPipeGuard, ATransferThatMeetsNoBrokenPipeRunsToItsEnd) {
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  const bool completed = nuv::signals::GuardBrokenPipe([&] {
+    const char byte = 'x';
+    EXPECT_EQ(write(fds[1], &byte, 1), 1);
+  });
+  close(fds[0]);
+  close(fds[1]);
+  EXPECT_TRUE(completed);
+}
+
+TEST_F(BrokenPipeGuard, ThePreviousActionComesBackAfterABrokenPipe) {
+  BrokenPipe broken;
+  nuv::signals::GuardBrokenPipe([&] {
+    const char byte = 'x';
+    (void)!write(broken.fds[1], &byte, 1);
+  });
+  raise(SIGPIPE);
+  EXPECT_EQ(handledSignals, 1);
+}
+
+TEST_F(BrokenPipeGuard, TheSignalMaskComesBackAfterTheJump) {
+  BrokenPipe broken;
+  sigset_t before;
+  sigprocmask(SIG_SETMASK, nullptr, &before);
+  nuv::signals::GuardBrokenPipe([&] {
+    const char byte = 'x';
+    (void)!write(broken.fds[1], &byte, 1);
+  });
+  sigset_t after;
+  sigprocmask(SIG_SETMASK, nullptr, &after);
+  EXPECT_EQ(sigismember(&after, SIGPIPE), sigismember(&before, SIGPIPE));
+}
+
+}  // namespace
