@@ -3,6 +3,7 @@
 
 #include <nuv/lockword.h>
 
+#include <cassert>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -33,7 +34,10 @@ void NuvMempool::Lock() { upsleeplock(&lockM); }
 
 void NuvMempool::Unlock() { upunlock(&lockM); }
 
+void NuvMempool::AssertWordHeld() const { assert(lockM != 0 && "the pool's word is held"); }
+
 void NuvMempool::LinkFree(NuvMempoolBlock* block) {
+  AssertWordHeld();
   NuvMempoolBlock*& head = bucketHeadsM[SelectBucket(block->Size())];
   block->SetPreviousFree(nullptr);
   block->SetNextFree(head);
@@ -44,6 +48,7 @@ void NuvMempool::LinkFree(NuvMempoolBlock* block) {
 }
 
 void NuvMempool::UnlinkFree(unsigned bucket, NuvMempoolBlock* block) {
+  AssertWordHeld();
   NuvMempoolBlock* previous = block->PreviousFree();
   NuvMempoolBlock* next = block->NextFree();
   if (previous != nullptr) {
@@ -58,6 +63,7 @@ void NuvMempool::UnlinkFree(unsigned bucket, NuvMempoolBlock* block) {
 
 // Lists are last-freed-first, so within a bucket the most recently freed fitting block wins.
 NuvMempoolBlock* NuvMempool::TakeFittingBlock(unsigned need) {
+  AssertWordHeld();
   for (unsigned bucket = SelectBucket(need); bucket < kBuckets; ++bucket) {
     for (NuvMempoolBlock* block = bucketHeadsM[bucket]; block != nullptr;
          block = block->NextFree()) {
@@ -73,6 +79,7 @@ NuvMempoolBlock* NuvMempool::TakeFittingBlock(unsigned need) {
 
 // Succeeds only with more than need + 8 bytes between the top sentinel and the chunk floor.
 NuvMempoolBlock* NuvMempool::ExtendHeap(unsigned need) {
+  AssertWordHeld();
   NuvMempoolBlock* top = topM;
   const int64_t room = chunkFloorM - top->Address() - static_cast<int64_t>(top->Size());
   if (room <= static_cast<int64_t>(need)) {
@@ -98,6 +105,7 @@ void NuvMempool::SplitOff(NuvMempoolBlock* block, unsigned keep) {
 }
 
 void* NuvMempool::InternalMalloc(unsigned size, User user) {
+  AssertWordHeld();
   const uint64_t rounded = RoundUpTo4(size) + uint64_t{NuvMempoolBlock::kHeaderBytes};
   // A request beyond the 24-bit size field cannot be a block: it is exhaustion.
   if (rounded > NuvMempoolBlock::kSizeMask) {
@@ -126,6 +134,7 @@ void* NuvMempool::InternalMalloc(unsigned size, User user) {
 }
 
 void NuvMempool::InternalFree(void* p) {
+  AssertWordHeld();
   AssertValidPointer(p);
   NuvMempoolBlock* block = NuvMempoolBlock::OfPayload(p);
   if (checkingM != 0) {
@@ -156,6 +165,7 @@ void NuvMempool::InternalFree(void* p) {
 // not rounded to 4 here, so a split may put a block header on an address that is not a
 // multiple of 4: blocks are read and written bytewise-safe for that reason.
 bool NuvMempool::InternalRealloc(void* p, unsigned size) {
+  AssertWordHeld();
   NuvMempoolBlock* block = NuvMempoolBlock::OfPayload(p);
   const uint64_t wanted = uint64_t{size} + NuvMempoolBlock::kHeaderBytes;
   const unsigned need = wanted < NuvMempoolBlock::kMinimumSize ? NuvMempoolBlock::kMinimumSize

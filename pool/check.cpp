@@ -43,6 +43,7 @@ void NuvMempool::AssertValidPointer(void* p) {
 }
 
 void NuvMempool::InternalCheckPool(NuvMempoolBlock* expected) {
+  AssertWordHeld();
   for (NuvMempoolBlock* head : bucketHeadsM) {
     NuvMempoolBlock* previous = nullptr;
     for (NuvMempoolBlock* block = head; block != nullptr; block = block->NextFree()) {

@@ -194,12 +194,19 @@ class NuvMempool {
 
   void Lock();
   void Unlock();
+  /// Debug builds stop unless the pool's word is held: the contract of the heap functions below.
+  void AssertWordHeld() const;
+  /// With the pool's word held: the allocation, reallocation and freeing proper.
   void* InternalMalloc(unsigned size, User user);
   bool InternalRealloc(void* p, unsigned size);
   void InternalFree(void* p);
   NuvMempoolBlock* ExtendHeap(unsigned need);
+  /// With the pool's word held: puts block on the free list of its size's bucket.
   void LinkFree(NuvMempoolBlock* block);
+  /// With the pool's word held: takes block off bucket's free list.
   void UnlinkFree(unsigned bucket, NuvMempoolBlock* block);
+  /// With the pool's word held: unlinks and returns the first free block of at least need
+  /// bytes, or null.
   NuvMempoolBlock* TakeFittingBlock(unsigned need);
   void SplitOff(NuvMempoolBlock* block, unsigned keep);
   void* MallocLoop(unsigned size, User user);

@@ -198,6 +198,17 @@ TEST_F(InternalCheckPool, IntactPoolPasses) {
   EXPECT_TRUE(ReturnedQuietly(report));
 }
 
+#ifndef NDEBUG
+// Debug builds hold the heap functions to their contract: the caller holds the pool's word.
+TEST_F(InternalCheckPool, StopsInADebugBuildWhenThePoolsWordIsNotHeld) {
+  const FatalReport report = RunToFatalReport([this] { Pool()->InternalCheckPool(nullptr); });
+  ASSERT_FALSE(report.errLines.empty()) << report.outcome.err;
+  EXPECT_EQ(report.errLines[0], "Nuv Assertion Failure: lockM != 0 && \"the pool's word is held\"");
+  EXPECT_TRUE(report.outcome.Exited() && report.outcome.ExitCode() == EXIT_FAILURE)
+      << report.outcome.err;
+}
+#endif
+
 TEST_F(InternalCheckPool, CorruptFreeListBackLinkStopsAt2213) {
   void* older = Take(100);
   Guard();
