@@ -64,8 +64,10 @@ TEST(Assert, FailedAssertInApplicationCodeReportsSignalMinusTwo) {
 }
 
 TEST(Assert, PassingAssertDoesNothing) {
-  CheckValue(2);
-  SUCCEED();
+  const FatalReport report = RunToFatalReport([] { CheckValue(2); });
+  EXPECT_TRUE(report.outcome.Exited() && report.outcome.ExitCode() == 0) << report.outcome.err;
+  EXPECT_EQ(report.outcome.err, "");
+  EXPECT_TRUE(report.assertionRecords.empty()) << report.outcome.out;
 }
 
 TEST(Assert, LibraryInvariantReportHasEmptyExpressionAndFile) {

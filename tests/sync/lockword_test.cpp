@@ -6,25 +6,33 @@
 #include <unistd.h>
 #include <chrono>
 #include <csignal>
-#include <ctime>
+#include <fstream>
+#include <string>
 
 #include "support/child_process.h"
+#include "support/polling.h"
 #include "support/shared_memory.h"
 
 namespace {
 
 using nuv::test::ChildProcess;
 using nuv::test::SharedObject;
+using nuv::test::WaitUntil;
 
 struct Contended {
   volatile NuvLock lock;
   volatile unsigned counter;
   volatile unsigned entered;
+  volatile unsigned trying;
 };
 
-void SleepMs(long ms) {
-  const timespec pause{0, ms * 1000000L};
-  nanosleep(&pause, nullptr);
+// The state letter of /proc/<pid>/stat ('S' while it sleeps), or '?' when it cannot be read.
+char ProcessState(int pid) {
+  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+  std::string line;
+  std::getline(stat, line);
+  const std::string::size_type nameEnd = line.rfind(')');
+  return nameEnd != std::string::npos && nameEnd + 2 < line.size() ? line[nameEnd + 2] : '?';
 }
 
 TEST(LockWord, UptrylockOnFreeWordAcquiresAndLeavesOne) {
@@ -88,11 +96,15 @@ TEST(LockWord, SecondProcessEntersOnlyAfterTheHolderUnlocks) {
   SharedObject<Contended> shared;
   ASSERT_EQ(uptrylock(&shared->lock), 1);
   ChildProcess child([&shared] {
+    shared->trying = 1;
     upsleeplock(&shared->lock);
     shared->entered = 1;
     upunlock(&shared->lock);
   });
-  SleepMs(50);
+  // Once it tries, the waiter sleeps only in the pause after finding the word held.
+  ASSERT_TRUE(WaitUntil([&shared, &child] {
+    return shared->entered != 0 || (shared->trying != 0 && ProcessState(child.Pid()) == 'S');
+  })) << "the waiter neither slept nor entered";
   EXPECT_EQ(shared->entered, 0U) << "the waiter entered while the word was held";
   upunlock(&shared->lock);
   const auto outcome = child.Finish();

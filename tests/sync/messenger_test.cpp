@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "support/child_process.h"
+#include "support/polling.h"
 #include "support/durations.h"
 #include "support/pool_prefix.h"
 #include "support/pool_usage.h"
@@ -38,6 +39,7 @@ using nuv::test::ChildProcess;
 using nuv::test::ScopedPoolPrefix;
 using nuv::test::SharedObject;
 using nuv::test::WordAt;
+using nuv::test::WaitUntil;
 using Clock = std::chrono::steady_clock;
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
@@ -120,19 +122,6 @@ T* PointerAt(const void* object, unsigned offset) {
 }
 
 unsigned BlockHeader(const void* payload) { return WordAt(static_cast<const char*>(payload) - 8); }
-
-// Polls every millisecond until condition holds; false if the deadline passes first.
-template <typename Condition>
-bool WaitUntil(Condition condition, milliseconds deadline = kStepDeadline) {
-  const auto giveUp = Clock::now() + deadline;
-  while (!condition()) {
-    if (Clock::now() > giveUp) {
-      return false;
-    }
-    std::this_thread::sleep_for(milliseconds(1));
-  }
-  return true;
-}
 
 // In a child: waits until the parent has raised go (the parent's deadline ends a child that
 // waits for ever).

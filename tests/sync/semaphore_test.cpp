@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "support/child_process.h"
+#include "support/polling.h"
 #include "support/durations.h"
 #include "support/fatal_report.h"
 #include "support/log_lines.h"
@@ -40,6 +41,7 @@ using nuv::test::RoundTrips;
 using nuv::test::RunToFatalReport;
 using nuv::test::ScopedPoolPrefix;
 using nuv::test::SharedObject;
+using nuv::test::WaitUntil;
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* kPoolName = "semaphore";
@@ -78,19 +80,6 @@ struct Handoff {
 void SleepMs(long ms) {
   const timespec pause{0, ms * 1000000L};
   nanosleep(&pause, nullptr);
-}
-
-// Polls every millisecond until done() holds; false when the deadline passed first.
-bool Eventually(const std::function<bool()>& done,
-                std::chrono::milliseconds deadline = kStepDeadline) {
-  const auto giveUp = Clock::now() + deadline;
-  while (!done()) {
-    if (Clock::now() > giveUp) {
-      return false;
-    }
-    SleepMs(1);
-  }
-  return true;
 }
 
 std::chrono::milliseconds MillisecondsSince(Clock::time_point start) {
@@ -207,7 +196,7 @@ class SharedPool : public ::testing::Test {
   bool QueueProcess(NuvSema* sema, const std::function<void()>& body) {
     waitersM.push_back(std::make_unique<ChildProcess>(body));
     const int pid = waitersM.back()->Pid();
-    return Eventually([sema, pid] { return IsQueued(sema, pid); });
+    return WaitUntil([sema, pid] { return IsQueued(sema, pid); });
   }
 
   bool QueueWaiter(NuvSema* sema, int slot) {
@@ -242,7 +231,7 @@ class SharedPool : public ::testing::Test {
   // it is sent again until the wait has ended.
   bool InterruptUntilTheWaitEnds(int pid) const {
     Board* board = Records();
-    return Eventually([board, pid] {
+    return WaitUntil([board, pid] {
       if (board->woken > 0) {
         return true;
       }
@@ -257,7 +246,7 @@ class SharedPool : public ::testing::Test {
   bool WakeInTurn(NuvSema* sema, int count) const {
     Board* board = Records();
     for (unsigned woken = 1; woken <= static_cast<unsigned>(count); ++woken) {
-      if (sema->vsema() != 0 || !Eventually([board, woken] { return board->woken == woken; })) {
+      if (sema->vsema() != 0 || !WaitUntil([board, woken] { return board->woken == woken; })) {
         return false;
       }
     }
@@ -572,7 +561,7 @@ TEST_F(Semaphore, SpsemaReleasesTheHeldWordWithoutLosingAVSentRightAfter) {
     }
   });
   for (unsigned round = 1; round <= kHandoffRounds; ++round) {
-    ASSERT_TRUE(Eventually([shared, round] { return shared->armed == round; })) << round;
+    ASSERT_TRUE(WaitUntil([shared, round] { return shared->armed == round; })) << round;
     uplock(&shared->held);
     upunlock(&shared->held);
     sema->vsema();
@@ -591,12 +580,12 @@ TEST_F(Semaphore, SpsemaKeepsTheHeldWordUntilItHoldsTheSemaphoresWord) {
   Handoff* shared = &*handoff;
   uplock(WordOf(sema, kLockOffset));
   ChildProcess holder([sema, shared] { HoldIntoSpsema(sema, shared, 1); });
-  ASSERT_TRUE(Eventually([shared] { return shared->armed == 1; }));
-  EXPECT_FALSE(Eventually([shared] { return shared->held == 0; }, kHoldPeriod));
+  ASSERT_TRUE(WaitUntil([shared] { return shared->armed == 1; }));
+  EXPECT_FALSE(WaitUntil([shared] { return shared->held == 0; }, kHoldPeriod));
   upunlock(WordOf(sema, kLockOffset));
-  ASSERT_TRUE(Eventually([sema, &holder] { return IsQueued(sema, holder.Pid()); }));
+  ASSERT_TRUE(WaitUntil([sema, &holder] { return IsQueued(sema, holder.Pid()); }));
   // Released once the child has queued itself and released the semaphore's word.
-  EXPECT_TRUE(Eventually([shared] { return shared->held == 0; }));
+  EXPECT_TRUE(WaitUntil([shared] { return shared->held == 0; }));
   sema->vsema();
   ASSERT_TRUE(holder.Finish(kChildDeadline).Exited());
   EXPECT_EQ(handoff->wokenWithOne, 1U);
@@ -611,11 +600,11 @@ TEST_F(Semaphore, SpsemaLowersTheCountAndQueuesBeforeReleasingHeld) {
   Handoff* shared = &*handoff;
   uplock(ManagerWord(Pool()));
   ChildProcess holder([sema, shared] { HoldIntoSpsema(sema, shared, 1); });
-  ASSERT_TRUE(Eventually([sema] { return sema->GetCount() == -1; }));
-  EXPECT_FALSE(Eventually([shared] { return shared->held == 0; }, kHoldPeriod));
+  ASSERT_TRUE(WaitUntil([sema] { return sema->GetCount() == -1; }));
+  EXPECT_FALSE(WaitUntil([shared] { return shared->held == 0; }, kHoldPeriod));
   upunlock(ManagerWord(Pool()));
-  ASSERT_TRUE(Eventually([sema, &holder] { return IsQueued(sema, holder.Pid()); }));
-  EXPECT_TRUE(Eventually([shared] { return shared->held == 0; }));
+  ASSERT_TRUE(WaitUntil([sema, &holder] { return IsQueued(sema, holder.Pid()); }));
+  EXPECT_TRUE(WaitUntil([shared] { return shared->held == 0; }));
   sema->vsema();
   ASSERT_TRUE(holder.Finish(kChildDeadline).Exited());
   EXPECT_EQ(handoff->wokenWithOne, 1U);
@@ -641,7 +630,7 @@ TEST_F(Semaphore, SssemaWakesTheOtherWaiterOnlyAfterQueuingItself) {
     self->vsema();
   }));
   ChildProcess signaller([self, other] { self->sssema(other, nullptr); });
-  ASSERT_TRUE(Eventually([shared] { return shared->awakened == 1; }));
+  ASSERT_TRUE(WaitUntil([shared] { return shared->awakened == 1; }));
   EXPECT_EQ(sighting->signallerQueued, 1);
   ASSERT_TRUE(signaller.Finish(kChildDeadline).Exited());
   EXPECT_TRUE(WaitersExitedCleanly());
