@@ -405,9 +405,10 @@ TEST_F(DumpHighWater, LogsThePeakUsePerUserAndInTotal) {
 constexpr unsigned kModelPoolSize = 2 * 1024 * 1024;
 constexpr unsigned kDefaultModelSeed = 20240611;
 constexpr const char* kModelSeedVariable = "NUV_POOL_MODEL_SEED";
-// Every operation fills its block with the free pattern, up to 32 KiB: 20,000 of them take
-// seconds where the sanitizers run under emulation. NUV_POOL_MODEL_OPERATIONS asks for more.
-constexpr unsigned kModelOperations = 20000;
+// Every operation fills its block with the free pattern, up to 32 KiB: 10,000 of them take a
+// second where the sanitizers run under emulation, and over three on a loaded machine.
+// NUV_POOL_MODEL_OPERATIONS asks for more.
+constexpr unsigned kModelOperations = 10000;
 constexpr const char* kModelOperationsVariable = "NUV_POOL_MODEL_OPERATIONS";
 constexpr unsigned kCheckInterval = 1000;
 constexpr size_t kMostLiveBlocks = 250;

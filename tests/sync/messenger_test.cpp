@@ -657,7 +657,7 @@ TEST_F(Messenger, FourSendingAndTwoReceivingProcessesDeliverEveryMessageOnceInEa
 // Round trips of the usual run (NUV_HANDOFF_ROUND_TRIPS asks for more). A wake-up lost between a
 // receiver's release of its queue and its sleep once left both sides asleep for good after
 // some 17,000 round trips.
-constexpr unsigned kPingPongRoundTrips = 20000;
+constexpr unsigned kPingPongRoundTrips = 10000;
 constexpr milliseconds kPingPongDeadline{8000};
 
 // The two sides' progress, in memory the test reads when they did not finish.

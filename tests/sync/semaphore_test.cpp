@@ -515,7 +515,7 @@ void Play(NuvSema* own, NuvSema* peer, unsigned parity, unsigned rounds, Rally* 
 
 // Rounds of the usual run (NUV_HANDOFF_ROUND_TRIPS asks for more): a lost wake-up leaves both
 // players asleep for good, and a player that backed off 5 ms on every turn could not finish.
-constexpr unsigned kRallyRounds = 20000;
+constexpr unsigned kRallyRounds = 10000;
 constexpr std::chrono::milliseconds kRallyDeadline{8000};
 
 TEST_F(Semaphore, SssemaHandsOffBetweenTwoProcessesWithoutALostWakeUp) {
