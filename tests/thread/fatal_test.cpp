@@ -38,8 +38,8 @@ bool StartsWithBacktraceText(const std::string& line) {
   return std::regex_search(line, std::regex("^([0-9a-f]+ )+"));
 }
 
-// Writes through a pointer the compiler cannot prove invalid, so the fault is a real one.
-__attribute__((noinline)) void WriteToUnmappedPage(volatile int* where) { *where = 1; }
+// Writes through a pointer the compiler cannot see, so the fault is a real one.
+__attribute__((noipa)) void WriteToUnmappedPage(volatile int* where) { *where = 1; }
 
 __attribute__((noinline)) void RecurseThenAssert(int depth) {
   if (depth == 0) {
