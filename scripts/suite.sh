@@ -5,8 +5,11 @@
 export NUV_TEST_POOL_PREFIX="nuvtest_run$$_"
 
 # nuv_build_suite PRESET: configures PRESET with the tests and builds it; fails if either fails.
+# With NUV_WARNINGS_AS_ERRORS=ON in the environment (CI), any warning fails the build.
 nuv_build_suite() {
-  cmake --preset "$1" -DNUV_BUILD_TESTS=ON >/dev/null && cmake --build --preset "$1"
+  cmake --preset "$1" -DNUV_BUILD_TESTS=ON \
+    -DNUV_WARNINGS_AS_ERRORS="${NUV_WARNINGS_AS_ERRORS:-OFF}" >/dev/null &&
+    cmake --build --preset "$1"
 }
 
 # nuv_remove_left_pool_files: removes the pool files that this script's test programs left in

@@ -9,6 +9,7 @@
 
 /// The static forms log with the facility, priority and name given. A logger object (user
 /// "nuv") holds a facility, a default priority and a name for the member forms.
+/// Layout (checked in diag/layout.cpp): 0 core, 12 facility, 16 priority, 20 name; 24 bytes.
 class NuvLogger : public NuvCore {
  public:
   /// Facilities; each maps to syslog's local0 + value on the wire.

@@ -23,6 +23,7 @@ struct NuvChunkRecord;
 
 /// Per-pool usage counters (125 words, 500 bytes): totals, per user 0 to 13, high-water marks,
 /// the "empty" snapshot and the search statistics.
+/// Layout: 125 words at offset 116 of the pool header (checked in pool/layout.cpp).
 class NuvMempoolInfo {
  public:
   static constexpr unsigned kUsers = 14;
@@ -67,6 +68,12 @@ class NuvMempoolInfo {
   unsigned wordsM[kWords];
 };
 
+/// Layout, shared by every process that maps the pool (checked in pool/layout.cpp), by offset:
+///   0 magic, 4 size, 8 buckets, 12 first, 16 top, 20 reserve, 24 chunk floor, 28 granule,
+///   32 queue manager, 36 messenger, 40 lock-word pointer, 44 chunks, 48 statistics pointer,
+///   52 registry, 56 checking, 60 name (48), 108 out-of-memory handler, 112 lock word,
+///   116 statistics (500), 616 bucket heads (19 words), 692 first sentinel, 700 top sentinel;
+///   708 bytes in all.
 class NuvMempool {
  public:
   /// The owner tag of every block and chunk.

@@ -25,6 +25,8 @@ enum NuvMessengerResult : unsigned {
 };
 
 /// A queue (user "nuv", reference-counted): oldest message first.
+/// Layout (checked in sync/layout.cpp): 0 core, 12 head, 16 tail, 20 number, 24 lock word,
+/// 28 receive semaphore, 32 size semaphore, 36 next; 40 bytes.
 class NuvMessageQ : public NuvCore {
  public:
   using Predicate = bool (*)(NuvMessage*, unsigned long);
@@ -65,6 +67,8 @@ class NuvMessageQ : public NuvCore {
 };
 
 /// One per pool (user "nuv"): its lock word, the next queue number and the list of queues.
+/// Layout (checked in sync/layout.cpp): 0 seed, 8 lock word, 12 next number, 16 queues;
+/// 20 bytes.
 class NuvMessenger : public NuvSeed {
  public:
   /// No queues yet; the first number handed out is 1.

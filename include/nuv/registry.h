@@ -9,6 +9,8 @@
 struct NuvRegistryItem;
 
 /// Lives in its pool (user "nuv"): head of the items, then the lock word.
+/// Layout (checked in pool/layout.cpp): 0 seed, 8 head, 12 lock word. Items (checked in
+/// pool/registry.cpp, which alone defines them): 0 id, 4 object, 8 next.
 class NuvMempoolRegistry : public NuvSeed {
  public:
   NuvMempoolRegistry();

@@ -9,6 +9,8 @@
 
 /// The root of every pool object: the pool it lives in and a reference count (8 bytes, in that
 /// order). Created only by its own operator new on a pool.
+/// Layout (checked in pool/layout.cpp): 0 pool, 4 count; 8 bytes. NuvVirtualSeed puts its
+/// virtual table first (12 bytes); NuvCore adds nothing.
 class NuvSeed {
  public:
   /// Takes a block of the pool tagged "unassigned"; the constructor retags it. A pool that cannot

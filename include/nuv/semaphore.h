@@ -15,6 +15,8 @@ namespace nuv {
 struct HandOff;
 }  // namespace nuv
 
+/// Layout, in its pool (checked in sync/layout.cpp): 0 virtual table, 4 seed (pool, count),
+/// 12 count, 16 head, 20 tail, 24 lock word, 28 flag; 32 bytes.
 class NuvSema : public NuvVirtualSeed {
  public:
   /// Set the semaphore up with init() before use.

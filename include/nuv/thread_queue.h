@@ -6,12 +6,14 @@
 #include <nuv/seed.h>
 
 /// One queue block: the waiting process's id (0 while free) and the next block.
+/// Layout (checked in sync/layout.cpp): 0 pid, 4 next; 8 bytes.
 struct NuvThreadQ {
   int pid;
   NuvThreadQ* next;
 };
 
 /// One per pool (user "nuv"): its lock word, the free list and the 50 blocks.
+/// Layout (checked in sync/layout.cpp): 0 seed, 8 lock word, 12 free list, 16 blocks (50 x 8).
 class NuvThreadQMgr : public NuvSeed {
  public:
   static constexpr int kBlocks = 50;

@@ -7,6 +7,7 @@
 /// A point in time (from the Unix epoch) or a duration, in nanoseconds: a signed 64-bit count
 /// kept as two 32-bit words, upper word first, on either byte order. Time-outs are passed as
 /// NuvTime*; a null pointer means no limit.
+/// Layout (checked in core/layout.cpp): 0 upper word, 4 lower word.
 class NuvTime {
  public:
   NuvTime() = default;
