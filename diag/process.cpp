@@ -27,8 +27,9 @@ unsigned execCmd(char** argv) {
   }
   const auto pid = static_cast<pid_t>(forked.value);
   if (pid == 0) {
-    nuv::kernel::Ignore(nuv::kernel::Make(kExecve, [argv] { return execve(argv[0], argv, environ); }),
-                        "the exit status 127 tells the parent");
+    nuv::kernel::Ignore(
+        nuv::kernel::Make(kExecve, [argv] { return execve(argv[0], argv, environ); }),
+        "the exit status 127 tells the parent");
     _exit(kExecFailedStatus);
   }
   int status = 0;

@@ -139,7 +139,8 @@ void CloseIfOpen(int& fd) {
 using PageCall = int (*)(void* start, size_t length);
 
 int ProtectReadOnly(void* start, size_t length) {
-  return static_cast<int>(Make(kMprotect, [=] { return mprotect(start, length, PROT_READ); }).value);
+  return static_cast<int>(
+      Make(kMprotect, [=] { return mprotect(start, length, PROT_READ); }).value);
 }
 int ProtectReadWrite(void* start, size_t length) {
   return static_cast<int>(
@@ -319,8 +320,8 @@ int NuvOsMempool::Free(char* base, unsigned length, int fd) {
   const PoolFileHeader* header = HeaderAt(mapping);
   NUV_ASSERT_AT(header->mappingAddress == reinterpret_cast<uintptr_t>(mapping), 586, "Free");
   NUV_ASSERT_AT(header->mappingLength == mappingLength, 587, "Free");
-  NUV_ASSERT_AT(!Make(kMsync, [=] { return msync(mapping, mappingLength, MS_SYNC); }).Failed(),
-                594, "Free");
+  NUV_ASSERT_AT(!Make(kMsync, [=] { return msync(mapping, mappingLength, MS_SYNC); }).Failed(), 594,
+                "Free");
   NUV_ASSERT_AT(!Make(kMunmap, [=] { return munmap(mapping, mappingLength); }).Failed(), 597,
                 "Free");
   // Descriptor 0 is deliberately left open: the test has always been "less than 1".

@@ -179,9 +179,9 @@ int nuv::HandOff::DequeueWaiter(NuvSema* sema) {
 
 // kill's result is the V's result; a waiter that died meanwhile is not woken.
 int nuv::HandOff::Wake(int pid) {
-  return pid != 0
-             ? static_cast<int>(nuv::kernel::Make(kKill, [pid] { return kill(pid, SIGUSR1); }).value)
-             : 0;
+  return pid != 0 ? static_cast<int>(
+                        nuv::kernel::Make(kKill, [pid] { return kill(pid, SIGUSR1); }).value)
+                  : 0;
 }
 
 int _block_(NuvSema* sema, NuvTime* timeout) {

@@ -28,8 +28,9 @@ void WaitForLogToDrain() {
   timespec delay{};
   delay.tv_sec = static_cast<time_t>(restartDelayMs / 1000);
   delay.tv_nsec = static_cast<long>(restartDelayMs % 1000) * 1000000L;
-  nuv::kernel::Ignore(nuv::kernel::Make(kNanosleep, [&delay] { return nanosleep(&delay, nullptr); }),
-                      "an interrupted wait ends early, as designed");
+  nuv::kernel::Ignore(
+      nuv::kernel::Make(kNanosleep, [&delay] { return nanosleep(&delay, nullptr); }),
+      "an interrupted wait ends early, as designed");
 }
 
 #if !NUV_ENABLE_REBOOT
@@ -76,9 +77,9 @@ void RestartDevice(int signal) {
 #if NUV_ENABLE_REBOOT
   (void)signal;
   // Should the restart fail, the fatal handler returns, as the device's has always done.
-  kernel::Ignore(kernel::Make(kernel::Call{"reboot", -1, 0, false},
-                              [] { return reboot(RB_AUTOBOOT); }),
-                 kDying);
+  kernel::Ignore(
+      kernel::Make(kernel::Call{"reboot", -1, 0, false}, [] { return reboot(RB_AUTOBOOT); }),
+      kDying);
 #else
   EndProcessWithoutRestart(signal);
 #endif

@@ -67,8 +67,8 @@ bool IsDevZero(int fd) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wuse-after-free"
 bool Unmapped(uintptr_t mapping, unsigned length) {
-  void* probe = mmap(reinterpret_cast<void*>(mapping), length, PROT_NONE,
-                     MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  void* probe =
+      mmap(reinterpret_cast<void*>(mapping), length, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (probe != MAP_FAILED) {
     munmap(probe, length);
   }

@@ -20,8 +20,8 @@
 #include <vector>
 
 #include "support/child_process.h"
-#include "support/polling.h"
 #include "support/durations.h"
+#include "support/polling.h"
 #include "support/pool_prefix.h"
 #include "support/pool_usage.h"
 #include "support/raw_words.h"
@@ -38,8 +38,8 @@ using nuv::test::ChildOutcome;
 using nuv::test::ChildProcess;
 using nuv::test::ScopedPoolPrefix;
 using nuv::test::SharedObject;
-using nuv::test::WordAt;
 using nuv::test::WaitUntil;
+using nuv::test::WordAt;
 using Clock = std::chrono::steady_clock;
 using std::chrono::microseconds;
 using std::chrono::milliseconds;

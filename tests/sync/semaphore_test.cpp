@@ -20,10 +20,10 @@
 #include <vector>
 
 #include "support/child_process.h"
-#include "support/polling.h"
 #include "support/durations.h"
 #include "support/fatal_report.h"
 #include "support/log_lines.h"
+#include "support/polling.h"
 #include "support/pool_prefix.h"
 #include "support/round_trips.h"
 #include "support/shared_memory.h"
