@@ -21,7 +21,7 @@ constexpr Call kNotRetried{"notretried", -1, 0, false};
 
 // A call that fails with EINTR `interruptions` times, then succeeds with 7; counts its calls.
 struct InterruptedCall {
-  int interruptions;
+  int interruptions = 0;
   int calls = 0;
   int operator()() {
     ++calls;

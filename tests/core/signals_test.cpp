@@ -12,6 +12,11 @@ namespace {
 int handledSignals = 0;
 void CountSignal(int /*signal*/) { ++handledSignals; }
 
+bool WroteAByte(int fd) {
+  const char byte = 'x';
+  return write(fd, &byte, 1) == 1;
+}
+
 // A pipe whose reading end is closed: a write to it raises SIGPIPE.
 struct BrokenPipe {
   int fds[2] = {-1, -1};
@@ -38,17 +43,16 @@ class BrokenPipeGuard : public ::testing::Test {
     handledSignals = 0;
   }
   void TearDown() override { sigaction(SIGPIPE, &saved, nullptr); }
+
+ private:
   struct sigaction saved {};
 };
 
 TEST_F(BrokenPipeGuard, AWriteToABrokenPipeEndsTheTransferEarly) {
   BrokenPipe broken;
   bool wroteToTheEnd = false;
-  const bool completed = nuv::signals::GuardBrokenPipe([&] {
-    const char byte = 'x';
-    (void)!write(broken.fds[1], &byte, 1);
-    wroteToTheEnd = true;
-  });
+  const bool completed =
+      nuv::signals::GuardBrokenPipe([&] { wroteToTheEnd = WroteAByte(broken.fds[1]); });
   EXPECT_FALSE(completed);
   EXPECT_FALSE(wroteToTheEnd);
   EXPECT_EQ(handledSignals, 0);
@@ -57,10 +61,7 @@ TEST_F(BrokenPipeGuard, AWriteToABrokenPipeEndsTheTransferEarly) {
 TEST_F(BrokenPipeGuard, ATransferThatMeetsNoBrokenPipeRunsToItsEnd) {
   int fds[2];
   ASSERT_EQ(pipe(fds), 0);
-  const bool completed = nuv::signals::GuardBrokenPipe([&] {
-    const char byte = 'x';
-    EXPECT_EQ(write(fds[1], &byte, 1), 1);
-  });
+  const bool completed = nuv::signals::GuardBrokenPipe([&] { EXPECT_TRUE(WroteAByte(fds[1])); });
   close(fds[0]);
   close(fds[1]);
   EXPECT_TRUE(completed);
@@ -68,10 +69,9 @@ TEST_F(BrokenPipeGuard, ATransferThatMeetsNoBrokenPipeRunsToItsEnd) {
 
 TEST_F(BrokenPipeGuard, ThePreviousActionComesBackAfterABrokenPipe) {
   BrokenPipe broken;
-  nuv::signals::GuardBrokenPipe([&] {
-    const char byte = 'x';
-    (void)!write(broken.fds[1], &byte, 1);
-  });
+  bool wrote = false;
+  nuv::signals::GuardBrokenPipe([&] { wrote = WroteAByte(broken.fds[1]); });
+  EXPECT_FALSE(wrote);
   raise(SIGPIPE);
   EXPECT_EQ(handledSignals, 1);
 }
@@ -80,10 +80,9 @@ TEST_F(BrokenPipeGuard, TheSignalMaskComesBackAfterTheJump) {
   BrokenPipe broken;
   sigset_t before;
   sigprocmask(SIG_SETMASK, nullptr, &before);
-  nuv::signals::GuardBrokenPipe([&] {
-    const char byte = 'x';
-    (void)!write(broken.fds[1], &byte, 1);
-  });
+  bool wrote = false;
+  nuv::signals::GuardBrokenPipe([&] { wrote = WroteAByte(broken.fds[1]); });
+  EXPECT_FALSE(wrote);
   sigset_t after;
   sigprocmask(SIG_SETMASK, nullptr, &after);
   EXPECT_EQ(sigismember(&after, SIGPIPE), sigismember(&before, SIGPIPE));
