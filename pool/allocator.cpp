@@ -34,7 +34,11 @@ void NuvMempool::Lock() { upsleeplock(&lockM); }
 
 void NuvMempool::Unlock() { upunlock(&lockM); }
 
-void NuvMempool::AssertWordHeld() const { assert(lockM != 0 && "the pool's word is held"); }
+const NuvMempool* NuvMempool::poolInSoleUseM = nullptr;
+
+void NuvMempool::AssertWordHeld() const {
+  assert((lockM != 0 || poolInSoleUseM == this) && "the pool's word is held");
+}
 
 void NuvMempool::LinkFree(NuvMempoolBlock* block) {
   AssertWordHeld();

@@ -133,8 +133,10 @@ void NuvMempool::DumpHighWater() {
   DumpRows(true);
 }
 
-// Runs when no other process uses the pool any more: it takes no lock.
+// Runs when no other process uses the pool any more: it takes no lock, and frees the chunk
+// records without the word.
 void NuvMempool::ShouldBeEmpty() {
+  poolInSoleUseM = this;
   bool chunksFree = true;
   for (NuvChunkRecord* record = chunksM; record != nullptr;) {
     NuvChunkRecord* next = record->next;
@@ -148,6 +150,7 @@ void NuvMempool::ShouldBeEmpty() {
   }
   chunksM = nullptr;
   chunkFloorM = reinterpret_cast<char*>(this) + sizeM;
+  poolInSoleUseM = nullptr;
   for (NuvMempoolBlock* block = firstM->Above(); block < topM; block = block->Above()) {
     if (!block->FFree() && block->Payload() > static_cast<void*>(registryM)) {
       fprintf(stderr, "leak: %4d bytes at %p, user %s, pool %s\n",

@@ -201,9 +201,13 @@ class NuvMempool {
 
   void Lock();
   void Unlock();
-  /// Debug builds stop unless the pool's word is held: the contract of the heap functions below.
+  /// Debug builds stop unless the pool's word is held, or ShouldBeEmpty has the pool to itself:
+  /// the contract of the heap functions below.
   void AssertWordHeld() const;
-  /// With the pool's word held: the allocation, reallocation and freeing proper.
+  /// The pool that ShouldBeEmpty works on without its word: no other process uses it any more.
+  static const NuvMempool* poolInSoleUseM;
+  /// With the pool's word held (or in ShouldBeEmpty): the allocation, reallocation and freeing
+  /// proper.
   void* InternalMalloc(unsigned size, User user);
   bool InternalRealloc(void* p, unsigned size);
   void InternalFree(void* p);
