@@ -1,4 +1,4 @@
-/// \file The store's lines: bounded reading, exact copying, matching.
+/// \file The store's lines: bounded reading, exact copying, matching; and joined heap texts.
 #include "config/lines.h"
 
 #include <cstdlib>
@@ -39,14 +39,10 @@ char* CopyGroup(const Line& line, const Groups groups, int group) {
 }
 
 char* Concat(const char* first, const char* second, const char* third) {
-  const std::size_t firstLength = strlen(first);
-  const std::size_t secondLength = strlen(second);
-  const std::size_t thirdLength = strlen(third);
-  char* joined = static_cast<char*>(malloc(firstLength + secondLength + thirdLength + 1));
+  const std::size_t size = strlen(first) + strlen(second) + strlen(third) + 1;
+  char* joined = static_cast<char*>(malloc(size));
   if (joined != nullptr) {
-    memcpy(joined, first, firstLength);
-    memcpy(joined + firstLength, second, secondLength);
-    memcpy(joined + firstLength + secondLength, third, thirdLength + 1);
+    snprintf(joined, size, "%s%s%s", first, second, third);
   }
   return joined;
 }

@@ -1,5 +1,5 @@
 /// \file The store's lines: read through a buffer of 8,192 bytes, matched, and copied byte for
-/// byte.
+/// byte; and the heap texts made from them.
 #ifndef NUV_CONFIG_LINES_H
 #define NUV_CONFIG_LINES_H
 

@@ -70,7 +70,8 @@ class NuvConfigbase {
   /// afterwards; otherwise the rewritten file stays open for the next Sync. Does nothing when the
   /// rewritten file cannot be created or written; the file keeps its old contents then.
   void Sync(bool close);
-  /// Forgets unsynced changes' dirty mark and closes the file; the section stays in memory.
+  /// Clears the dirty mark, so that unsynced changes are not written, and closes the file; the
+  /// section and its key path stay in memory.
   void Release();
   /// A new iterator on the first pair, to be deleted by the caller; null when no section is
   /// current.

@@ -15,6 +15,8 @@ class ScratchDir {
   ~ScratchDir();
   ScratchDir(const ScratchDir&) = delete;
   ScratchDir& operator=(const ScratchDir&) = delete;
+  ScratchDir(ScratchDir&&) = delete;
+  ScratchDir& operator=(ScratchDir&&) = delete;
 
   const std::string& Path() const { return pathM; }
   /// Path() + "/" + name.
@@ -37,6 +39,8 @@ class VeldRootScope {
   ~VeldRootScope();
   VeldRootScope(const VeldRootScope&) = delete;
   VeldRootScope& operator=(const VeldRootScope&) = delete;
+  VeldRootScope(VeldRootScope&&) = delete;
+  VeldRootScope& operator=(VeldRootScope&&) = delete;
 
  private:
   std::optional<std::string> previousM;
