@@ -19,6 +19,8 @@ int NuvConfigbase::SetKeyPath(const char* keyPath) {
   if (keyPathM != nullptr && strcmp(keyPathM, keyPath) == 0) {
     return 1;
   }
+  // The dirty mark stays: changes to the section left behind are lost, and the next Sync
+  // rewrites the section chosen now.
   ForgetSection();
   if (!OpenOrRewind()) {
     return 0;
@@ -49,7 +51,8 @@ bool NuvConfigbase::OpenOrRewind() {
   return streamM != nullptr;
 }
 
-// Leaves headerLine at the header's index, or at the number of lines read when there is none.
+// Leaves headerLine at the header's index, or at the number of lines read when there is none:
+// a section made anew is then written after the file's last line.
 bool NuvConfigbase::FindHeader(const char* keyPath) {
   Line line{};
   Groups groups{};

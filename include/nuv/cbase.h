@@ -8,7 +8,8 @@ extern "C" {
 #endif
 
 /* Makes the store for fileName the process's store, unless the current one's full file name
- * equals fileName. A replaced store is destroyed, unsynced changes and iterator with it. */
+ * equals fileName. A replaced store is destroyed, unsynced changes and iterator with it. With
+ * VELD_ROOT set, an absolute fileName never equals a full name, so the store is rebuilt. */
 void CBaseSetFile(const char* fileName);
 /* 0 without a store. Drops the iterator, then selects the section: 1 when found, else 0. */
 int CBaseSetKeyPath(const char* keyPath);
