@@ -4,6 +4,8 @@
 
 #include <nuv/array.h>
 #include <nuv/assert.h>
+#include <nuv/cbase.h>
+#include <nuv/configbase.h>
 #include <nuv/fatal.h>
 #include <nuv/hash_table.h>
 #include <nuv/id_set.h>

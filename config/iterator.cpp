@@ -1,0 +1,17 @@
+/// \file NuvConfigIterator: a cursor over the pairs of the section in memory.
+#include <nuv/configbase.h>
+
+int NuvConfigIterator::Current(char** key, char** value) const {
+  if (pairM == nullptr) {
+    return 0;
+  }
+  *key = pairM->key;
+  *value = pairM->value;
+  return 1;
+}
+
+void NuvConfigIterator::Next() {
+  if (pairM != nullptr) {
+    pairM = pairM->next;
+  }
+}
