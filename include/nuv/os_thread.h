@@ -6,6 +6,8 @@
 #include <nuv/fd_set.h>
 #include <nuv/time.h>
 
+#include <csetjmp>
+
 class NuvMempool;
 class NuvSema;
 class NuvThread;
@@ -62,8 +64,12 @@ class NuvOsThread {
   static void GetExternalName(int pid, char* buf, int len);
 };
 
-/// The start of a thread process (after fork); never returns.
-[[noreturn]] void LinuxThreadEntry(void* record);
+/// The start of a thread process (after fork), given the launch record; ends the process with
+/// the entry's result as its exit code.
+void LinuxThreadEntry(void* record);
+/// The jump buffer of the thread's entry, one per process: a siglongjmp to it ends the thread
+/// with exit code 1. The library itself never jumps to it.
+extern sigjmp_buf deathState;
 /// The fatal path with pseudo-signal -1: a thread that could not start.
 void ThreadStarting();
 /// SIGALRM handler of NuvOsThread::Wait's time-out.
