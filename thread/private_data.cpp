@@ -99,7 +99,7 @@ void NuvOsThread::LockPrivateData(NuvMempool* pool) {
     const unsigned start = mapping->start;
     const unsigned length = mapping->end - start;
     Ignore(Make(kMlock, [start, length] { return mlock(reinterpret_cast<void*>(start), length); }),
-           "the lock of all memory has taken the mapping already");
+           "unchecked, as always: mlockall has locked them");
     pool->Free(mapping);
     mapping = next;
   }
