@@ -26,7 +26,8 @@ constexpr int kStoppedChild = 0x7f;
 constexpr int kSignalBits = 0x7f;
 
 constexpr nuv::kernel::Call kSetitimer{"setitimer", -1, 0, false};
-constexpr nuv::kernel::Call kWaitpid{"waitpid", -1, 0, false};
+// A handler that interrupts the wait does not end it; the time-out leaves it by a jump.
+constexpr nuv::kernel::Call kWaitpid{"waitpid", -1, 0, true};
 constexpr nuv::kernel::Call kWait{"wait", -1, 0, false};
 constexpr const char* kValidAction = "a valid signal, action and timer value";
 
