@@ -3,6 +3,7 @@
 
 #include <sys/time.h>
 #include <sys/wait.h>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 
@@ -61,8 +62,10 @@ int Reap(int pid) {
   int status = 0;
   const nuv::kernel::Result result = nuv::kernel::Make(kWaitpid, [pid, &status] {
     const pid_t value = waitpid(pid, &status, 0);
-    reapedStatus = value < 0 ? NuvOsThread::kWaitFailed : status;
-    reaped = 1;
+    if (value >= 0 || errno != EINTR) {
+      reapedStatus = value < 0 ? NuvOsThread::kWaitFailed : status;
+      reaped = 1;
+    }
     return value;
   });
   return result.Failed() ? NuvOsThread::kWaitFailed : status;
