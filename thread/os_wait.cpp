@@ -3,6 +3,7 @@
 
 #include <sys/time.h>
 #include <sys/wait.h>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 
@@ -26,7 +27,8 @@ constexpr int kStoppedChild = 0x7f;
 constexpr int kSignalBits = 0x7f;
 
 constexpr nuv::kernel::Call kSetitimer{"setitimer", -1, 0, false};
-constexpr nuv::kernel::Call kWaitpid{"waitpid", -1, 0, false};
+// A handler that interrupts the wait does not end it; the time-out leaves it by a jump.
+constexpr nuv::kernel::Call kWaitpid{"waitpid", -1, 0, true};
 constexpr nuv::kernel::Call kWait{"wait", -1, 0, false};
 constexpr const char* kValidAction = "a valid signal, action and timer value";
 
@@ -60,8 +62,10 @@ int Reap(int pid) {
   int status = 0;
   const nuv::kernel::Result result = nuv::kernel::Make(kWaitpid, [pid, &status] {
     const pid_t value = waitpid(pid, &status, 0);
-    reapedStatus = value < 0 ? NuvOsThread::kWaitFailed : status;
-    reaped = 1;
+    if (value >= 0 || errno != EINTR) {
+      reapedStatus = value < 0 ? NuvOsThread::kWaitFailed : status;
+      reaped = 1;
+    }
     return value;
   });
   return result.Failed() ? NuvOsThread::kWaitFailed : status;
