@@ -4,6 +4,7 @@
 #include <nuv/thread.h>
 void NuvThread::SetRTPriority(rtPri pri) { rtPriM = pri; }
 void NuvThread::MakeRTThread(rtPri pri) {
-  if (pCurrentThreadG != nullptr) pCurrentThreadG->SetRTPriority(pri);
+  if (pCurrentThreadG != nullptr)
+    pCurrentThreadG->SetRTPriority(pri);
 }
 void NuvOsThread::ExternalizeName(const char*) {}
