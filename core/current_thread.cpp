@@ -27,7 +27,9 @@ int OwnPid() {
 
 }  // namespace
 
-void nuv::SetCurrentThreadIdSource(CurrentThreadIdSource source) { threadIdSource = source; }
+void nuv::SetCurrentThreadIdSource(CurrentThreadIdSource source) noexcept {
+  threadIdSource = source;
+}
 
 int NuvCurrentThreadId() {
   const int threadId = threadIdSource != nullptr ? threadIdSource() : 0;

@@ -8,7 +8,7 @@ namespace nuv {
 using CurrentThreadIdSource = int (*)();
 
 /// Makes NuvCurrentThreadId ask source first; the thread layer installs its own at start-up.
-void SetCurrentThreadIdSource(CurrentThreadIdSource source);
+void SetCurrentThreadIdSource(CurrentThreadIdSource source) noexcept;
 
 }  // namespace nuv
 

@@ -12,13 +12,13 @@ namespace nuv {
 struct LaunchRecord {
   static constexpr int kNameSize = 32;
 
-  int (*entry)(long);
-  long arg;
-  unsigned shared;  // a bool kept in a word
-  unsigned report;  // a bool kept in a word; carried, not consulted by the child
-  NuvSema* startSema;
+  int (*entry)(long) = nullptr;
+  long arg = 0;
+  unsigned shared = 0;  // a bool kept in a word
+  unsigned report = 0;  // a bool kept in a word; carried, not consulted by the child
+  NuvSema* startSema = nullptr;
   NuvFdSet preserve;
-  char name[kNameSize];
+  char name[kNameSize] = {};
 };
 
 /// This process's record: the one its parent filled when this process is a thread, or the

@@ -169,8 +169,7 @@ unsigned NuvOsThread::Alive(int pid) {
   if (pid < 1) {
     return kNuvNotActive;
   }
-  return nuv::kernel::Make(kKill, [pid] { return kill(pid, 0); }).Failed() ? kNuvNotActive
-                                                                            : kNuvOk;
+  return nuv::kernel::Make(kKill, [pid] { return kill(pid, 0); }).Failed() ? kNuvNotActive : kNuvOk;
 }
 
 int NuvThreadEntryHook(int (*entry)(long), long arg) { return entry(arg); }

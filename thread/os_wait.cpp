@@ -35,8 +35,7 @@ constexpr const char* kValidAction = "a valid signal, action and timer value";
 void InstallForAlarm(void (*handler)(int), int flags) {
   sigset_t none;
   sigemptyset(&none);
-  nuv::kernel::Ignore(nuv::signals::Install(SIGALRM, handler, none, flags, nullptr),
-                      kValidAction);
+  nuv::kernel::Ignore(nuv::signals::Install(SIGALRM, handler, none, flags, nullptr), kValidAction);
 }
 
 void SetTimer(const itimerval& value) {

@@ -48,14 +48,15 @@ NuvThread::NuvThread(int (*entry)(long), const char* name)
   CommonInit(name);
 }
 
-NuvThread::NuvThread(const char* name) : NuvCore(NuvMempool::nuv) {
+NuvThread::NuvThread(const char* name)
+    : NuvCore(NuvMempool::nuv),
+      groupM(new (GetPool()) NuvThreadGroup),
+      stateM(kRunning),
+      pidM(getpid()),
+      queueIdM(pidM + kQueueIdBase) {
   CommonInit(name);
-  stateM = kRunning;
-  pidM = getpid();
-  queueIdM = pidM + kQueueIdBase;
   // A second adoption of the process in this pool shares the queue that the first one made.
   GetPool()->GetMessenger()->CreateNamedQueue(queueIdM, kQueueDepth);
-  groupM = new (GetPool()) NuvThreadGroup;
   groupM->UpRef();
 }
 
@@ -84,12 +85,11 @@ void NuvThread::SetName(const char* name) {
 
 void NuvThread::Sleep(int ticks) {
   // An interrupted sleep ends early, as it always has.
-  nuv::kernel::Ignore(nuv::kernel::Make(nuv::kernel::Call{"usleep", -1, 0, false},
-                                        [ticks] {
-                                          return usleep(static_cast<useconds_t>(ticks) *
-                                                        kTickMicroseconds);
-                                        }),
-                      "a signal ends the sleep early");
+  nuv::kernel::Ignore(
+      nuv::kernel::Make(
+          nuv::kernel::Call{"usleep", -1, 0, false},
+          [ticks] { return usleep(static_cast<useconds_t>(ticks) * kTickMicroseconds); }),
+      "a signal ends the sleep early");
 }
 
 NuvThread* NuvThread::PParent() const {

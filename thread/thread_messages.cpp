@@ -35,8 +35,7 @@ unsigned NuvThread::isend(NuvMessage& message, char flag, NuvTime* timeout) {
 // With noWait set there is nothing to time out.
 unsigned NuvThread::inext(NuvMessage& message, char noWait, NuvTime* timeout) {
   const char wait = noWait != 0 ? 1 : 0;
-  return GetPool()->GetMessenger()->irecv(queueIdM, message, wait,
-                                          wait != 0 ? nullptr : timeout);
+  return GetPool()->GetMessenger()->irecv(queueIdM, message, wait, wait != 0 ? nullptr : timeout);
 }
 
 unsigned NuvThread::SendMessage(NuvMessage& message, NuvTime* timeout) {

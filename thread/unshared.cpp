@@ -70,8 +70,8 @@ unsigned NuvThread::BackgroundThread(int (*entry)(long), long arg, const char* n
   NuvMempool* pool = pCurrentThreadG != nullptr ? pCurrentThreadG->GetPool() : nullptr;
   NuvMempool* temporary = nullptr;
   if (pool == nullptr) {
-    const unsigned made =
-        NuvMempool::Allocate(kTemporaryPoolName, kSmallestPoolSize, true, nullptr, false, temporary);
+    const unsigned made = NuvMempool::Allocate(kTemporaryPoolName, kSmallestPoolSize, true, nullptr,
+                                               false, temporary);
     if (made != kNuvOk) {
       return made;
     }

@@ -96,8 +96,8 @@ class NuvThread : public NuvCore {
   static unsigned BackgroundThread(int (*entry)(long), long arg, const char* name,
                                    unsigned poolSize, int* pid);
   /// The functions that NuvOsThread::Launch runs in the child.
-  static int SharedEntry(long);
-  static int UnsharedEntry(long);
+  static int SharedEntry(long arg);
+  static int UnsharedEntry(long arg);
 
   /// Waits until the thread is dead; returns the exit status (always 0: the entry's result
   /// reaches the parent as the process's exit code, NuvOsThread::Wait). A thread never started

@@ -22,7 +22,6 @@
 
 namespace {
 
-using nuv::test::ChildProcess;
 using nuv::test::RunInChild;
 using nuv::test::ThreadPoolTest;
 
@@ -164,8 +163,8 @@ TEST_F(OsThread, ForkFailureGivesProcessFailedAndLeavesNothingOpen) {
     close(before);
     nuv::kernel::FailNextForTesting("fork", EAGAIN);
     int pid = 0;
-    const int result = NuvOsThread::Launch(ExitAfterAMoment, 0, true, false, "unborn", thread,
-                                           nullptr, pid);
+    const int result =
+        NuvOsThread::Launch(ExitAfterAMoment, 0, true, false, "unborn", thread, nullptr, pid);
     const int after = dup(0);
     close(after);
     printf("%x %d\n", result, after - before);
@@ -300,9 +299,7 @@ TEST_F(OsThread, ThreadEventSaysNothingOfAChildThatExitedWithZero) {
 }
 
 TEST_F(OsThread, ThreadEventSaysNothingWhileReportingIsOff) {
-  const auto outcome = RunInChild([] {
-    ReapAndReport(4, 0, 0);
-  });
+  const auto outcome = RunInChild([] { ReapAndReport(4, 0, 0); });
   EXPECT_EQ(outcome.err.find("normal 4"), std::string::npos) << outcome.err;
 }
 

@@ -131,12 +131,13 @@ TEST_F(ThreadMessages, UnblockBeforeBlockMakesTheLaterBlockReturnZeroAtOnce) {
 }
 
 TEST_F(ThreadMessages, UnblockBeforeTheFirstBlockStopsAtAssertion617OfUnblock) {
-  const nuv::test::FatalReport report = nuv::test::RunToFatalReport([this] { Tester()->unblock(); });
+  const nuv::test::FatalReport report =
+      nuv::test::RunToFatalReport([this] { Tester()->unblock(); });
   nuv::test::ExpectLibraryAssertion(report, "unblock", 617);
 }
 
 TEST_F(ThreadMessages, UnblockFromAnotherProcessWakesABlockedThreadWithOne) {
-  Exchange* exchange = Shared<Exchange>();
+  auto* exchange = Shared<Exchange>();
   exchange->result = -5;
   NuvThread* thread = MakeThread(BlockUntilWoken, "sleeper");
   ASSERT_EQ(thread->Start(ArgOf(exchange)), 0U);
@@ -149,7 +150,7 @@ TEST_F(ThreadMessages, UnblockFromAnotherProcessWakesABlockedThreadWithOne) {
 }
 
 TEST_F(ThreadMessages, CommandChannelCarriesBytesFromTheParentToTheThread) {
-  Exchange* exchange = Shared<Exchange>();
+  auto* exchange = Shared<Exchange>();
   NuvThread* thread = MakeThread(ReadCommand, "commanded");
   thread->OpenCommandChannel();
   EXPECT_EQ(thread->isOpenCommandChannel(), 1);
@@ -168,7 +169,7 @@ TEST_F(ThreadMessages, CommandChannelCarriesBytesFromTheParentToTheThread) {
 }
 
 TEST_F(ThreadMessages, WithoutACommandChannelBothEndsAreMinusOne) {
-  Exchange* exchange = Shared<Exchange>();
+  auto* exchange = Shared<Exchange>();
   NuvThread* thread = MakeThread(ReadCommand, "plain");
   ASSERT_EQ(thread->Start(ArgOf(exchange)), 0U);
   EXPECT_EQ(thread->GetCommandChannelWriteFd(), -1);

@@ -48,7 +48,7 @@ int LookAtOwnQueue(long arg) {
 class Thread : public ThreadPoolTest {};
 
 TEST_F(Thread, StartedAfterHoldRunDoesNotRunItsEntryUntilReleaseRun) {
-  Mailbox* mailbox = Shared<Mailbox>();
+  auto* mailbox = Shared<Mailbox>();
   NuvThread* thread = MakeThread(MarkRan, "held");
   thread->HoldRun();
   ASSERT_EQ(thread->Start(ArgOf(mailbox)), 0U);
@@ -61,7 +61,7 @@ TEST_F(Thread, StartedAfterHoldRunDoesNotRunItsEntryUntilReleaseRun) {
 }
 
 TEST_F(Thread, ItsQueueExistsBeforeItsEntryRuns) {
-  Mailbox* mailbox = Shared<Mailbox>();
+  auto* mailbox = Shared<Mailbox>();
   NuvThread* thread = MakeThread(LookAtOwnQueue, "queued");
   ASSERT_EQ(thread->Start(ArgOf(mailbox)), 0U);
   thread->Join();
@@ -71,7 +71,7 @@ TEST_F(Thread, ItsQueueExistsBeforeItsEntryRuns) {
 }
 
 TEST_F(Thread, JoinOnAThreadWhoseEntryReturnedReturnsItsStatusAtOnce) {
-  Mailbox* mailbox = Shared<Mailbox>();
+  auto* mailbox = Shared<Mailbox>();
   NuvThread* thread = MakeThread(MarkRan, "quick");
   ASSERT_EQ(thread->Start(ArgOf(mailbox)), 0U);
   ASSERT_TRUE(WaitUntil([thread] { return (thread->GetState() & NuvThread::kDead) != 0; }));
@@ -161,7 +161,7 @@ int ReleaseOwnObjectLate(long arg) {
 }
 
 TEST_F(Thread, ParentsDestructorWaitsUntilItsChildrenAreGone) {
-  Mailbox* mailbox = Shared<Mailbox>();
+  auto* mailbox = Shared<Mailbox>();
   NuvThread* thread = MakeThread(ReleaseOwnObjectLate, "orphan");
   ASSERT_EQ(thread->Start(ArgOf(mailbox)), 0U);
   const int pid = thread->GetId();

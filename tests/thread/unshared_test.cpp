@@ -95,9 +95,8 @@ TEST_F(Unshared, LeakingThreadGetsALeakReportOfItsPoolAtExit) {
 TEST_F(Unshared, BackgroundThreadWithPoolSizeZeroGivesTheChildAPoolOf1024Bytes) {
   SharedObject<Seen> seen;
   int pid = 0;
-  EXPECT_EQ(NuvThread::BackgroundThread(LookAtItself, reinterpret_cast<long>(&*seen), "bg", 0,
-                                        &pid),
-            0U);
+  EXPECT_EQ(
+      NuvThread::BackgroundThread(LookAtItself, reinterpret_cast<long>(&*seen), "bg", 0, &pid), 0U);
   ASSERT_GT(pid, 0);
   ASSERT_TRUE(WIFEXITED(NuvOsThread::Wait(pid, nullptr)));
   ASSERT_EQ(seen->done, 1);
@@ -111,9 +110,9 @@ TEST_F(Unshared, BackgroundThreadWithoutACurrentThreadUsesATemporaryPool) {
   int pid = 0;
   pCurrentThreadG = nullptr;
   const std::vector<unsigned> before = nuv::test::InUse(Pool());
-  EXPECT_EQ(NuvThread::BackgroundThread(LookAtItself, reinterpret_cast<long>(&*seen), "bare", 0,
-                                        &pid),
-            0U);
+  EXPECT_EQ(
+      NuvThread::BackgroundThread(LookAtItself, reinterpret_cast<long>(&*seen), "bare", 0, &pid),
+      0U);
   pCurrentThreadG = Tester();
   ASSERT_TRUE(WIFEXITED(NuvOsThread::Wait(pid, nullptr)));
   EXPECT_EQ(seen->done, 1);
