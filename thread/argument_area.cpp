@@ -1,9 +1,9 @@
 /// \file The in-place route of external names: the argument area the process started with,
 /// captured before main, and its rewrite.
+#include "thread/external_name.h"
+
 #include <cstdlib>
 #include <cstring>
-
-#include "thread/external_name.h"
 
 namespace {
 

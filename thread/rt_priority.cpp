@@ -14,7 +14,7 @@
 namespace {
 
 constexpr int kClasses = 5;
-constexpr int kNameSize = 64;
+constexpr int kNameSize = 64;  // the width of the %63s below is one less
 
 // Per process and unlocked: one thread of control runs in each process.
 int priTable[kClasses] = {0, 5, 10, 15, 20};
