@@ -41,13 +41,22 @@ unsigned NuvThread::StartUnshared(long arg, const char* poolName, unsigned poolS
   CopyName(unsharedEntryRecord.poolName, sizeof unsharedEntryRecord.poolName, poolName);
   unsharedEntryRecord.poolSize = poolSize;
   parentM = nullptr;
-  return static_cast<unsigned>(
-      NuvOsThread::Launch(UnsharedEntry, 0, false, FReport(), nameM, this, nullptr, pidM));
+  // The child's own reference: its start works on this object until UnsharedEntry lets it go,
+  // and the starter (BackgroundThread at once) may release the object meanwhile.
+  UpRef();
+  const int launched =
+      NuvOsThread::Launch(UnsharedEntry, 0, false, FReport(), nameM, this, nullptr, pidM);
+  if (launched != 0) {
+    NuvSeed::DownRef();
+  }
+  return static_cast<unsigned>(launched);
 }
 
 // The pool is anonymous: it belongs to this process alone and leaves no file behind.
 int NuvThread::UnsharedEntry(long /*arg*/) {
+  NuvThread* launched = pCurrentThreadG;
   pCurrentThreadG = nullptr;
+  launched->DownRef();
   NuvMempool::DetachAll();
   NuvMempool* pool = nullptr;
   const unsigned made =

@@ -105,6 +105,18 @@ TEST_F(Unshared, BackgroundThreadWithPoolSizeZeroGivesTheChildAPoolOf1024Bytes) 
   EXPECT_EQ(std::string(seen->name), "bg");
 }
 
+TEST_F(Unshared, BackgroundThreadsObjectLivesUntilTheChildHasBegunThenGoes) {
+  SharedObject<Seen> seen;
+  const std::vector<unsigned> before = nuv::test::InUse(Pool());
+  int pid = 0;
+  ASSERT_EQ(
+      NuvThread::BackgroundThread(LookAtItself, reinterpret_cast<long>(&*seen), "brief", 0, &pid),
+      0U);
+  ASSERT_TRUE(WIFEXITED(NuvOsThread::Wait(pid, nullptr)));
+  EXPECT_EQ(seen->done, 1);
+  EXPECT_EQ(nuv::test::InUse(Pool()), before) << "the child released the object it was started on";
+}
+
 TEST_F(Unshared, BackgroundThreadWithoutACurrentThreadUsesATemporaryPool) {
   SharedObject<Seen> seen;
   int pid = 0;
