@@ -125,11 +125,11 @@ void SetClassPriorityForTesting(NuvThread::rtPri pri, int level) { priTable[pri]
 
 }  // namespace nuv
 
-// Classes of 5 and above are recorded and select nothing.
+// Classes of 5 and above (and any value below 0) are recorded and select nothing.
 void NuvThread::SetRTPriority(rtPri pri) {
   rtPriM = pri;
   ReadOverridesOnce();
-  if (pri >= kClasses) {
+  if (static_cast<int>(pri) < 0 || static_cast<int>(pri) >= kClasses) {
     return;
   }
   const int level = priTable[pri];
