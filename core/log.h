@@ -11,6 +11,7 @@ namespace nuv::log {
 /// (NuvLogger::iFacility and iPriority name them all).
 constexpr int kFacilityNuv = 0;
 constexpr int kPriorityAlert = 1;
+constexpr int kPriorityCrit = 2;
 constexpr int kPriorityErr = 3;
 constexpr int kPriorityInfo = 6;
 constexpr int kPriorityDebug = 7;

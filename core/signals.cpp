@@ -29,12 +29,12 @@ kernel::Result Install(int signal, void (*handler)(int), const sigset_t& mask, i
   return SetAction(signal, action, previous);
 }
 
-kernel::Result InstallWithInfo(int signal, void (*handler)(int, siginfo_t*, void*),
+kernel::Result InstallWithInfo(int signal, void (*handler)(int, siginfo_t*, void*), int flags,
                                struct sigaction* previous) {
   struct sigaction action {};
   action.sa_sigaction = handler;
   sigemptyset(&action.sa_mask);
-  action.sa_flags = SA_SIGINFO;
+  action.sa_flags = SA_SIGINFO | flags;
   return SetAction(signal, action, previous);
 }
 

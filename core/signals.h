@@ -14,8 +14,9 @@ namespace nuv::signals {
 /// previous action goes to *previous when it is not null.
 kernel::Result Install(int signal, void (*handler)(int), const sigset_t& mask, int flags,
                        struct sigaction* previous);
-/// Installs an SA_SIGINFO handler for signal, with nothing more blocked while it runs.
-kernel::Result InstallWithInfo(int signal, void (*handler)(int, siginfo_t*, void*),
+/// Installs an SA_SIGINFO handler for signal, with nothing more blocked while it runs and
+/// sa_flags SA_SIGINFO | flags.
+kernel::Result InstallWithInfo(int signal, void (*handler)(int, siginfo_t*, void*), int flags,
                                struct sigaction* previous);
 /// Puts back an action that Install saved.
 kernel::Result Restore(int signal, const struct sigaction& action);

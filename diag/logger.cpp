@@ -5,6 +5,7 @@
 
 static_assert(NuvLogger::facnuv == nuv::log::kFacilityNuv, "the library's facility");
 static_assert(NuvLogger::prialert == nuv::log::kPriorityAlert, "alert priority");
+static_assert(NuvLogger::pricrit == nuv::log::kPriorityCrit, "critical priority");
 static_assert(NuvLogger::prierr == nuv::log::kPriorityErr, "error priority");
 static_assert(NuvLogger::priinfo == nuv::log::kPriorityInfo, "info priority");
 static_assert(NuvLogger::pridebug == nuv::log::kPriorityDebug, "debug priority");

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds the library for the device (32-bit PowerPC) and runs the example program under
-# qemu-ppc: two processes share a named pool and take a lock word in turn.
+# Builds the library for the device (32-bit PowerPC) and runs the example programs under
+# qemu-ppc: two processes that share a named pool and take a lock word in turn, then a small
+# device application with a worker thread, a background thread and one thread's fatal report.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
@@ -9,6 +10,8 @@ nuv_require_packages "${NUV_DEVICE_PACKAGES[@]}"
 # A build directory of its own, without tests, beside the test suite's build/device.
 build=build/device-example
 cmake --preset device -B "$build" -DNUV_BUILD_TESTS=OFF -DNUV_BUILD_BENCHMARKS=OFF >/dev/null
-cmake --build "$build" --target pool_share
+cmake --build "$build" --target pool_share device_app
 echo "Running examples/pool_share on the device target (qemu-ppc):"
 qemu-ppc -L /usr/powerpc-linux-gnu "$build/examples/pool_share"
+echo "Running examples/device_app on the device target (qemu-ppc):"
+qemu-ppc -L /usr/powerpc-linux-gnu "$build/examples/device_app"

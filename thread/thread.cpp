@@ -1,23 +1,105 @@
-/// \file NuvThread: the calling process adopted as a library thread, and the ways into the
-/// fatal path from code.
-#include <nuv/thread.h>
-
+/// \file NuvThread: construction, names and accessors; NuvThreadGroup; the ways into the fatal
+/// path from code.
 #include <nuv/fatal.h>
+#include <nuv/messenger.h>
+#include <nuv/semaphore.h>
+#include <nuv/thread.h>
 
 #include <unistd.h>
 #include <csignal>
 #include <cstring>
 
+#include "core/current_thread.h"
 #include "core/kernel.h"
 
 NuvThread* pCurrentThreadG = nullptr;
 
-NuvThread::NuvThread(const char* name) : pidM(getpid()) { SetName(name); }
+namespace {
+
+int CurrentThreadId() { return pCurrentThreadG != nullptr ? pCurrentThreadG->GetId() : 0; }
+
+// Waits queue the current thread's id from the moment the thread layer is part of the program.
+const bool threadIdSourceInstalled = (nuv::SetCurrentThreadIdSource(CurrentThreadId), true);
+
+constexpr int kStandardDescriptors = 3;
+
+}  // namespace
+
+NuvThreadGroup::NuvThreadGroup() : NuvCore(NuvMempool::nuv) {}
+
+NuvThreadGroup::~NuvThreadGroup() {
+  if (tracerM != nullptr) {
+    tracerM->DownRef();
+  }
+}
+
+void NuvThreadGroup::SetTracer(NuvCore* tracer) {
+  if (tracer != nullptr) {
+    tracer->UpRef();
+  }
+  if (tracerM != nullptr) {
+    tracerM->DownRef();
+  }
+  tracerM = tracer;
+}
+
+NuvThread::NuvThread(int (*entry)(long), const char* name)
+    : NuvCore(NuvMempool::nuv), entryM(entry), parentM(pCurrentThreadG) {
+  CommonInit(name);
+}
+
+NuvThread::NuvThread(const char* name)
+    : NuvCore(NuvMempool::nuv),
+      groupM(new (GetPool()) NuvThreadGroup),
+      stateM(kRunning),
+      pidM(getpid()),
+      queueIdM(pidM + kQueueIdBase) {
+  CommonInit(name);
+  // A second adoption of the process in this pool shares the queue that the first one made.
+  GetPool()->GetMessenger()->CreateNamedQueue(queueIdM, kQueueDepth);
+  groupM->UpRef();
+}
+
+void NuvThread::CommonInit(const char* name) {
+  (void)threadIdSourceInstalled;
+  SetName(name);
+  holdM = nullptr;
+  exitM = nullptr;
+  blockM = nullptr;
+  exitStatusM = 0;
+  childrenM = new (GetPool()) NuvSema(NuvMempool::nuv);
+  childrenM->init(0, false);
+  childCountM = 0;
+  commandChannelM = 0;
+  preserveM.Zero();
+  for (int fd = 0; fd < kStandardDescriptors; ++fd) {
+    preserveM.Set(fd);
+  }
+  rtPriM = standard;
+}
 
 void NuvThread::SetName(const char* name) {
   strncpy(nameM, name, kNameLength);
   nameM[kNameLength - 1] = '\0';
 }
+
+void NuvThread::Sleep(int ticks) {
+  // An interrupted sleep ends early, as it always has.
+  nuv::kernel::Ignore(
+      nuv::kernel::Make(
+          nuv::kernel::Call{"usleep", -1, 0, false},
+          [ticks] { return usleep(static_cast<useconds_t>(ticks) * kTickMicroseconds); }),
+      "a signal ends the sleep early");
+}
+
+NuvThread* NuvThread::PParent() const {
+  if (parentM != nullptr) {
+    parentM->UpRef();
+  }
+  return parentM;
+}
+
+void NuvThread::traceStatus() { stateM |= kReport; }
 
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static): a member by contract.
 void NuvThread::abort() { _stray_(0, nullptr); }

@@ -7,6 +7,7 @@
 #include <nuv/cbase.h>
 #include <nuv/configbase.h>
 #include <nuv/fatal.h>
+#include <nuv/fd_set.h>
 #include <nuv/hash_table.h>
 #include <nuv/id_set.h>
 #include <nuv/list.h>
@@ -15,6 +16,7 @@
 #include <nuv/mempool.h>
 #include <nuv/messenger.h>
 #include <nuv/os_mempool.h>
+#include <nuv/os_thread.h>
 #include <nuv/registry.h>
 #include <nuv/seed.h>
 #include <nuv/semaphore.h>

@@ -51,6 +51,17 @@ std::vector<std::string> SplitOnTabs(const std::string& text) {
   return words;
 }
 
+// The strings' characters as a null-ended vector, for exec.
+std::vector<char*> Pointers(std::vector<std::string>& strings) {
+  std::vector<char*> pointers;
+  pointers.reserve(strings.size() + 1);
+  for (std::string& text : strings) {
+    pointers.push_back(text.data());
+  }
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
 }  // namespace
 
 bool ChildOutcome::Exited() const { return !timedOut && WIFEXITED(status); }
@@ -106,17 +117,25 @@ ChildOutcome RunInChild(const std::function<void()>& body, std::chrono::millisec
 
 ChildOutcome RunProgram(const std::string& program, const std::vector<std::string>& args,
                         std::chrono::milliseconds deadline) {
+  std::vector<std::string> env;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    env.emplace_back(*variable);
+  }
+  return RunProgramWithEnvironment(program, args, env, deadline);
+}
+
+ChildOutcome RunProgramWithEnvironment(const std::string& program,
+                                       const std::vector<std::string>& args,
+                                       const std::vector<std::string>& env,
+                                       std::chrono::milliseconds deadline) {
   std::vector<std::string> words = SplitOnTabs(NUV_TEST_EMULATOR);
   words.push_back(program);
   words.insert(words.end(), args.begin(), args.end());
-  std::vector<char*> argv;
-  argv.reserve(words.size() + 1);
-  for (std::string& word : words) {
-    argv.push_back(word.data());
-  }
-  argv.push_back(nullptr);
-  return ChildProcess([&argv] {
-           execvp(argv[0], argv.data());
+  std::vector<std::string> variables = env;
+  std::vector<char*> argv = Pointers(words);
+  std::vector<char*> envp = Pointers(variables);
+  return ChildProcess([&argv, &envp] {
+           execvpe(argv[0], argv.data(), envp.data());
            _exit(127);
          })
       .Finish(deadline);

@@ -54,6 +54,13 @@ ChildOutcome RunInChild(const std::function<void()>& body,
 ChildOutcome RunProgram(const std::string& program, const std::vector<std::string>& args,
                         std::chrono::milliseconds deadline = std::chrono::seconds(8));
 
+/// RunProgram with the environment env ("NAME=value" strings, possibly none) in place of this
+/// process's.
+ChildOutcome RunProgramWithEnvironment(
+    const std::string& program, const std::vector<std::string>& args,
+    const std::vector<std::string>& env,
+    std::chrono::milliseconds deadline = std::chrono::seconds(8));
+
 /// The path of a helper program built beside the tests.
 std::string HelperPath(const std::string& name);
 

@@ -2,6 +2,8 @@
 #include <nuv/assert.h>
 #include <nuv/fatal.h>
 #include <nuv/logger.h>
+#include <nuv/mempool.h>
+#include <nuv/status.h>
 #include <nuv/thread.h>
 
 #include <gtest/gtest.h>
@@ -14,6 +16,7 @@
 #include <regex>
 
 #include "support/fatal_report.h"
+#include "support/pool_prefix.h"
 #include "support/shared_memory.h"
 #include "thread/restart.h"
 
@@ -125,7 +128,9 @@ TEST(FatalPath, SignalDuringTheReportsWaitLogsTheRecursiveRecord) {
 TEST(FatalPath, ReportNamesTheCurrentThread) {
   const FatalReport report = RunToFatalReport(
       [] {
-        pCurrentThreadG = new NuvThread("worker");
+        NuvMempool* pool = nullptr;
+        NuvMempool::Allocate("fatal", 64 * 1024, false, nullptr, false, pool);
+        pCurrentThreadG = new (pool) NuvThread("worker");
         pCurrentThreadG->abort();
       },
       "worker");
@@ -162,17 +167,19 @@ TEST(FatalPath, SignalWhoseDefaultOnlyStopsEndsWithAnAbnormalExit) {
 }
 
 struct Victim {
-  alignas(NuvThread) unsigned char storage[sizeof(NuvThread)];
   NuvThread* thread;
 };
 
 TEST(FatalPath, KillthreadMakesTheTargetThreadReportSignalThree) {
+  const nuv::test::ScopedPoolPrefix prefix;
+  NuvMempool* pool = nullptr;
+  ASSERT_EQ(NuvMempool::Allocate("victim", 64 * 1024, true, nullptr, true, pool), kNuvOk);
   nuv::test::SharedObject<Victim> victim;
   int ready[2];
   ASSERT_EQ(pipe(ready), 0);
-  nuv::test::ChildProcess child([&victim, &ready] {
+  nuv::test::ChildProcess child([&victim, &ready, pool] {
     NuvLogger::LogTty(true);
-    pCurrentThreadG = new (victim->storage) NuvThread("victim");
+    pCurrentThreadG = new (pool) NuvThread("victim");
     victim->thread = pCurrentThreadG;
     RouteSignalToFatalHandler(SIGQUIT);
     write(ready[1], "r", 1);
@@ -184,11 +191,13 @@ TEST(FatalPath, KillthreadMakesTheTargetThreadReportSignalThree) {
   ASSERT_EQ(poll(&waitReady, 1, 5000), 1) << "victim never got ready";
   _killthread_(victim->thread);
   const auto outcome = child.Finish();
+  const int victimPid = victim->thread->GetId();
+  delete pool;
   close(ready[0]);
   close(ready[1]);
   ASSERT_TRUE(outcome.Signalled());
   EXPECT_EQ(outcome.Signal(), SIGQUIT);
-  EXPECT_EQ(outcome.err.rfind(FatalLine("victim", victim->thread->GetId(), SIGQUIT) + "\n", 0), 0U)
+  EXPECT_EQ(outcome.err.rfind(FatalLine("victim", victimPid, SIGQUIT) + "\n", 0), 0U)
       << outcome.err;
 }
 

@@ -1,0 +1,118 @@
+/// \file Example: a small device application. The main process adopts itself as a library
+/// thread, starts a shared worker and hands it work through its queue, starts an unshared
+/// background thread in a pool of its own, and shows the fatal report of a thread that dies of
+/// an unexpected signal (built without the device restart, the report ends only that thread).
+#include <nuv/logger.h>
+#include <nuv/mempool.h>
+#include <nuv/messenger.h>
+#include <nuv/os_thread.h>
+#include <nuv/status.h>
+#include <nuv/thread.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+#include <csignal>
+#include <cstdlib>
+#include <string>
+
+namespace {
+
+constexpr const char* kPoolName = "device_app";
+constexpr const char* kTag = "device_app";
+constexpr unsigned kPoolSize = 256 * 1024;
+constexpr unsigned kWork = 1;
+constexpr unsigned kStop = 0;
+
+// Adds up the work it is sent until told to stop; the total becomes its exit code.
+int Worker(long /*arg*/) {
+  unsigned total = 0;
+  for (;;) {
+    NuvMessage message{};
+    if (pCurrentThreadG->NextMessage(message, nullptr) != kNuvMessageDone ||
+        message.type == kStop) {
+      break;
+    }
+    total += message.payload[0];
+    NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, pCurrentThreadG->GetName(),
+                   "worker <%d>: work item %u, total %u", pCurrentThreadG->GetId(),
+                   message.payload[0], total);
+  }
+  return static_cast<int>(total);
+}
+
+int Background(long /*arg*/) {
+  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, pCurrentThreadG->GetName(),
+                 "background <%d>: running alone in pool %s at %p", pCurrentThreadG->GetId(),
+                 pCurrentThreadG->GetPool()->GetName(),
+                 static_cast<void*>(pCurrentThreadG->GetPool()));
+  return 0;
+}
+
+int Crasher(long /*arg*/) {
+  raise(SIGSEGV);
+  return 0;
+}
+
+void RunWorker(NuvMempool* pool) {
+  ref<NuvThread> worker(new (pool) NuvThread(Worker, "worker"));
+  if (worker->Start(0) != kNuvOk) {
+    return;
+  }
+  for (unsigned item = 1; item <= 3; ++item) {
+    NuvMessage work{kWork, {item * 10, 0, 0, 0, 0, 0}};
+    worker->SendMessage(work, nullptr);
+  }
+  NuvMessage stop{kStop, {}};
+  worker->SendMessage(stop, nullptr);
+  worker->Join();
+  const int pid = worker->GetId();
+  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag, "worker <%d> joined", pid);
+}
+
+void RunBackground() {
+  int pid = 0;
+  NuvThread::BackgroundThread(Background, 0, "background", 16 * 1024, &pid);
+  const int status = NuvOsThread::Wait(pid, nullptr);
+  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag,
+                 "background <%d> ended with exit code %d", pid, WEXITSTATUS(status));
+}
+
+void RunCrasher(NuvMempool* pool) {
+  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag,
+                 "starting a thread that dies of SIGSEGV: its report follows, then it ends "
+                 "after the log's five seconds");
+  auto* crasher = new (pool) NuvThread(Crasher, "crasher");
+  crasher->Emancipate();  // reaped here, to show how it ended
+  crasher->UpRef();
+  crasher->Start(0);
+  const int status = NuvOsThread::Wait(crasher->GetId(), nullptr);
+  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag, "crasher <%d> ended by signal %d",
+                 crasher->GetId(), WIFSIGNALED(status) ? WTERMSIG(status) : 0);
+  crasher->DownRef();
+}
+
+}  // namespace
+
+int main() {
+  if (getenv("NUV_POOL_PREFIX") == nullptr) {
+    setenv("NUV_POOL_PREFIX", ("nuv_example_" + std::to_string(getpid()) + "_").c_str(), 1);
+  }
+  NuvLogger::LogTty(true);
+  NuvMempool* pool = nullptr;
+  const unsigned made = NuvMempool::Allocate(kPoolName, kPoolSize, true, nullptr, true, pool);
+  if (made != kNuvOk) {
+    NuvLogger::Log(NuvLogger::facnuv, NuvLogger::prierr, kTag, "pool: %s", NuvStatusText(made));
+    return EXIT_FAILURE;
+  }
+  auto* self = new (pool) NuvThread("main");
+  self->UpRef();
+  pCurrentThreadG = self;
+  RunWorker(pool);
+  RunBackground();
+  RunCrasher(pool);
+  pCurrentThreadG = nullptr;
+  self->DownRef();
+  delete pool;
+  NuvMempool::Clean(kPoolName);
+  return EXIT_SUCCESS;
+}
