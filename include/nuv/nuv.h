@@ -24,6 +24,7 @@
 #include <nuv/status.h>
 #include <nuv/string.h>
 #include <nuv/table.h>
+#include <nuv/task_manager.h>
 #include <nuv/thread.h>
 #include <nuv/thread_queue.h>
 #include <nuv/time.h>

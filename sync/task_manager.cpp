@@ -1,0 +1,125 @@
+/// \file NuvTaskManager: registering tasks, their order and the worker's class.
+#include <nuv/semaphore.h>
+#include <nuv/task_manager.h>
+
+#include "core/assert_at.h"
+#include "core/word.h"
+
+namespace {
+
+constexpr const char* kWorkerName = "NuvTaskManager";
+
+// The array sorts NuvCore slots; every slot of a manager's array holds a task.
+int CompareSlots(NuvCore** a, NuvCore** b) {
+  auto* first = static_cast<NuvTask*>(*a);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
+  auto* second = static_cast<NuvTask*>(*b);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
+  return CompareTaskPriority(&first, &second);
+}
+
+}  // namespace
+
+NuvTaskManager::NuvTaskManager()
+    : NuvCore(NuvMempool::nuv), wakeM(new (GetPool()) NuvSema(NuvMempool::nuv)), tasksM(GetPool()) {
+  wakeM->init(0, false);
+  workerM = new (GetPool()) NuvThread(ThreadEntryFcn, kWorkerName);
+  workerM->UpRef();
+  workerM->Start(reinterpret_cast<long>(this));
+}
+
+NuvTaskManager::~NuvTaskManager() {
+  Shutdown();
+  wakeM->DeleteThis();
+  if (currentM != nullptr) {
+    currentM->DownRef();
+  }
+}
+
+// Wakes an idle worker; never stores a wake-up, so the count stays at 0 or below.
+void NuvTaskManager::WakeWorker() { wakeM->vwaiter(); }
+
+int NuvTaskManager::Add(NuvTask* task) {
+  nuv::TakeWord(&lockM);
+  if (task == currentM) {
+    readdedM = 1;
+  }
+  if (!tasksM.FContains(task)) {
+    tasksM.Add(task);
+  }
+  Sort();
+  nuv::GiveWord(&lockM);
+  return wakeM->vwaiter();
+}
+
+void NuvTaskManager::Remove(NuvTask* task) { Remove(task, true); }
+
+void NuvTaskManager::Remove(NuvTask* task, bool takeLock) {
+  if (takeLock) {
+    nuv::TakeWord(&lockM);
+  }
+  tasksM.Remove(task);
+  Sort();
+  if (takeLock) {
+    nuv::GiveWord(&lockM);
+  }
+}
+
+ref<NuvTask> NuvTaskManager::PNextTask() {
+  const int count = tasksM.Count();
+  NUV_ASSERT_AT(count > 0, 129, "PNextTask");
+  if (cursorM >= 0 && cursorM < count) {
+    cursorM += 1;
+    if (cursorM >= count) {
+      cursorM = 0;
+    } else {
+      auto* next = static_cast<NuvTask*>(tasksM[cursorM]);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
+      if (next->GetPriority() != lastPriorityM || next->GetKey() != lastKeyM) {
+        cursorM = 0;
+      }
+    }
+  } else {
+    cursorM = 0;
+  }
+  auto* chosen = static_cast<NuvTask*>(tasksM[cursorM]);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
+  lastPriorityM = chosen->GetPriority();
+  lastKeyM = chosen->GetKey();
+  return ref<NuvTask>(chosen);
+}
+
+void NuvTaskManager::Sort() {
+  tasksM.Sort(CompareSlots);
+  cursorM = -1;
+  UpdatePriority();
+}
+
+// After Shutdown there is no worker left to set.
+void NuvTaskManager::UpdatePriority() {
+  NuvThread::rtPri priority = NuvThread::standard;
+  if (tasksM.Count() > 0) {
+    priority = PNextTask()->GetPriority();
+  }
+  if (workerM != nullptr && priority != workerM->GetRtPriority()) {
+    workerM->SetRTPriority(priority);
+  }
+}
+
+// The flag is set under the lock word, which the worker holds from its test of the flag until
+// it sleeps: the wake-up below then always finds it asleep or finds it before its test.
+void NuvTaskManager::Shutdown() {
+  nuv::TakeWord(&lockM);
+  shutdownM = 1;
+  NuvThread* worker = workerM;
+  workerM = nullptr;
+  nuv::GiveWord(&lockM);
+  WakeWorker();
+  if (worker != nullptr) {
+    worker->Join();
+    worker->DownRef();
+  }
+}
+
+int NuvTaskManager::CountTasks() {
+  nuv::TakeWord(&lockM);
+  const int count = tasksM.Count();
+  nuv::GiveWord(&lockM);
+  return count;
+}
