@@ -11,8 +11,10 @@ constexpr const char* kWorkerName = "NuvTaskManager";
 
 // The array sorts NuvCore slots; every slot of a manager's array holds a task.
 int CompareSlots(NuvCore** a, NuvCore** b) {
-  auto* first = static_cast<NuvTask*>(*a);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
-  auto* second = static_cast<NuvTask*>(*b);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
+  auto* first =
+      static_cast<NuvTask*>(*a);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
+  auto* second =
+      static_cast<NuvTask*>(*b);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
   return CompareTaskPriority(&first, &second);
 }
 
@@ -71,7 +73,8 @@ ref<NuvTask> NuvTaskManager::PNextTask() {
     if (cursorM >= count) {
       cursorM = 0;
     } else {
-      auto* next = static_cast<NuvTask*>(tasksM[cursorM]);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
+      auto* next = static_cast<NuvTask*>(
+          tasksM[cursorM]);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
       if (next->GetPriority() != lastPriorityM || next->GetKey() != lastKeyM) {
         cursorM = 0;
       }
@@ -79,7 +82,8 @@ ref<NuvTask> NuvTaskManager::PNextTask() {
   } else {
     cursorM = 0;
   }
-  auto* chosen = static_cast<NuvTask*>(tasksM[cursorM]);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
+  auto* chosen = static_cast<NuvTask*>(
+      tasksM[cursorM]);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
   lastPriorityM = chosen->GetPriority();
   lastKeyM = chosen->GetKey();
   return ref<NuvTask>(chosen);
