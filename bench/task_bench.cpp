@@ -5,12 +5,12 @@
 #include <nuv/task_manager.h>
 
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 
 #include "bench/how_measured.h"
 #include "bench/median.h"

@@ -40,19 +40,23 @@ class Countdown : public NuvTask {
 };
 
 // The two tasks of the higher class take turns; the lower one runs once both are done.
+// How many tasks have finished, in the pool that the worker shares.
+struct Finished {
+  volatile int count;
+};
+
 void RunTasks(NuvMempool* pool) {
-  auto* finished = static_cast<volatile int*>(pool->Malloc(sizeof(int), NuvMempool::unknown));
-  *finished = 0;
+  auto* finished = new (pool->Malloc(sizeof(Finished), NuvMempool::unknown)) Finished{0};
   ref<NuvTaskManager> manager(new (pool) NuvTaskManager);
-  manager->Add(new (pool) Countdown(NuvThread::viewer, "render", 3, finished));
-  manager->Add(new (pool) Countdown(NuvThread::viewer, "decode", 3, finished));
-  manager->Add(new (pool) Countdown(NuvThread::standard, "housekeeping", 2, finished));
-  while (*finished < 3) {
+  manager->Add(new (pool) Countdown(NuvThread::viewer, "render", 3, &finished->count));
+  manager->Add(new (pool) Countdown(NuvThread::viewer, "decode", 3, &finished->count));
+  manager->Add(new (pool) Countdown(NuvThread::standard, "housekeeping", 2, &finished->count));
+  while (finished->count < 3) {
     usleep(1000);
   }
   manager->Shutdown();
   NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag, "all three tasks finished");
-  pool->Free(const_cast<int*>(finished));
+  pool->Free(finished);
 }
 
 }  // namespace

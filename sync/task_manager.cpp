@@ -21,9 +21,11 @@ int CompareSlots(NuvCore** a, NuvCore** b) {
 }  // namespace
 
 NuvTaskManager::NuvTaskManager()
-    : NuvCore(NuvMempool::nuv), wakeM(new (GetPool()) NuvSema(NuvMempool::nuv)), tasksM(GetPool()) {
+    : NuvCore(NuvMempool::nuv),
+      wakeM(new (GetPool()) NuvSema(NuvMempool::nuv)),
+      tasksM(GetPool()),
+      workerM(new (GetPool()) NuvThread(ThreadEntryFcn, kWorkerName)) {
   wakeM->init(0, false);
-  workerM = new (GetPool()) NuvThread(ThreadEntryFcn, kWorkerName);
   workerM->UpRef();
   workerM->Start(reinterpret_cast<long>(this));
 }
@@ -65,28 +67,27 @@ void NuvTaskManager::Remove(NuvTask* task, bool takeLock) {
   }
 }
 
+// Tasks of the last chosen priority and key take turns; any other task sends the turn back to
+// the top.
 ref<NuvTask> NuvTaskManager::PNextTask() {
   const int count = tasksM.Count();
   NUV_ASSERT_AT(count > 0, 129, "PNextTask");
   if (cursorM >= 0 && cursorM < count) {
     cursorM += 1;
-    if (cursorM >= count) {
+    if (cursorM >= count || !FSameTurn(AsTask(tasksM[cursorM]))) {
       cursorM = 0;
-    } else {
-      auto* next = static_cast<NuvTask*>(
-          tasksM[cursorM]);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
-      if (next->GetPriority() != lastPriorityM || next->GetKey() != lastKeyM) {
-        cursorM = 0;
-      }
     }
   } else {
     cursorM = 0;
   }
-  auto* chosen = static_cast<NuvTask*>(
-      tasksM[cursorM]);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
+  NuvTask* chosen = AsTask(tasksM[cursorM]);
   lastPriorityM = chosen->GetPriority();
   lastKeyM = chosen->GetKey();
-  return ref<NuvTask>(chosen);
+  return {chosen};
+}
+
+bool NuvTaskManager::FSameTurn(const NuvTask* task) const {
+  return task->GetPriority() == lastPriorityM && task->GetKey() == lastKeyM;
 }
 
 void NuvTaskManager::Sort() {

@@ -88,6 +88,7 @@ class NuvTaskManager : public NuvCore {
   friend struct NuvTaskLayout;
 
   void WakeWorker();
+  bool FSameTurn(const NuvTask* task) const;
   bool WaitForWork();
   void RunOnce();
   void FinishRun(unsigned result, NuvThread::rtPri priority, int key);

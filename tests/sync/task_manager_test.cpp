@@ -114,21 +114,31 @@ class TaskManager : public ThreadPoolTest {
  protected:
   void SetUp() override {
     ThreadPoolTest::SetUp();
-    log = Shared<RunLog>();
-    manager = new (Pool()) NuvTaskManager;
-    manager->UpRef();
+    logM = Shared<RunLog>();
+    NewManager();
   }
 
   void TearDown() override {
-    if (manager != nullptr) {
-      manager->DownRef();
-    }
+    ReleaseManager();
     ThreadPoolTest::TearDown();
+  }
+
+  RunLog* Log() const { return logM; }
+  NuvTaskManager* Manager() const { return managerM; }
+  void NewManager() {
+    managerM = new (Pool()) NuvTaskManager;
+    managerM->UpRef();
+  }
+  void ReleaseManager() {
+    if (managerM != nullptr) {
+      managerM->DownRef();
+      managerM = nullptr;
+    }
   }
 
   /// Waits until the worker sleeps, idle or in a gate's run.
   bool WorkerSleeps() const {
-    const int pid = manager->GetWorker()->GetId();
+    const int pid = managerM->GetWorker()->GetId();
     return WaitUntil([pid] { return ProcessState(pid) == 'S'; });
   }
 
@@ -137,53 +147,54 @@ class TaskManager : public ThreadPoolTest {
     return new (Pool()) T(args...);
   }
 
-  RunLog* log = nullptr;
-  NuvTaskManager* manager = nullptr;
+ private:
+  RunLog* logM = nullptr;
+  NuvTaskManager* managerM = nullptr;
 };
 
 TEST_F(TaskManager, TwoTasksOfTheTopPriorityAlternateAndALowerOneRunsOnlyAfterBoth) {
   ASSERT_TRUE(WorkerSleeps());
-  manager->Add(Make<GateTask>(NuvThread::groupmaster, log));
-  ASSERT_TRUE(WaitUntil([this] { return log->running == 1; }));
-  manager->Add(Make<LoggingTask>(NuvThread::viewer, 0, 'a', 3, log));
-  manager->Add(Make<LoggingTask>(NuvThread::viewer, 0, 'b', 3, log));
-  manager->Add(Make<LoggingTask>(NuvThread::standard, 0, 'c', 1, log));
-  log->gateOpen = 1;
-  ASSERT_TRUE(WaitUntil([this] { return log->count == 7; }));
-  const std::string order = log->Names();
+  Manager()->Add(Make<GateTask>(NuvThread::groupmaster, Log()));
+  ASSERT_TRUE(WaitUntil([this] { return Log()->running == 1; }));
+  Manager()->Add(Make<LoggingTask>(NuvThread::viewer, 0, 'a', 3, Log()));
+  Manager()->Add(Make<LoggingTask>(NuvThread::viewer, 0, 'b', 3, Log()));
+  Manager()->Add(Make<LoggingTask>(NuvThread::standard, 0, 'c', 1, Log()));
+  Log()->gateOpen = 1;
+  ASSERT_TRUE(WaitUntil([this] { return Log()->count == 7; }));
+  const std::string order = Log()->Names();
   EXPECT_TRUE(order == "ababab" + std::string("c") || order == "bababa" + std::string("c"))
       << order;
 }
 
 TEST_F(TaskManager, TaskThatAddsItselfDuringItsRunStaysRegistered) {
   ASSERT_TRUE(WorkerSleeps());
-  manager->Add(Make<ReAddingTask>(manager, log));
-  ASSERT_TRUE(WaitUntil([this] { return log->count >= 2; }));
-  ASSERT_TRUE(WaitUntil([this] { return manager->CountTasks() == 0; }));
-  EXPECT_EQ(log->count, 2);
+  Manager()->Add(Make<ReAddingTask>(Manager(), Log()));
+  ASSERT_TRUE(WaitUntil([this] { return Log()->count >= 2; }));
+  ASSERT_TRUE(WaitUntil([this] { return Manager()->CountTasks() == 0; }));
+  EXPECT_EQ(Log()->count, 2);
 }
 
 TEST_F(TaskManager, AddOfARegisteredTaskDoesNotDuplicateItButSortsAgain) {
   ASSERT_TRUE(WorkerSleeps());
-  manager->Add(Make<GateTask>(NuvThread::pipeline, log));
-  ASSERT_TRUE(WaitUntil([this] { return log->running == 1; }));
-  auto* low = Make<LoggingTask>(NuvThread::standard, 0, 'l', 1, log);
-  manager->Add(low);
-  manager->Add(Make<LoggingTask>(NuvThread::viewer, 0, 'h', 1, log));
+  Manager()->Add(Make<GateTask>(NuvThread::pipeline, Log()));
+  ASSERT_TRUE(WaitUntil([this] { return Log()->running == 1; }));
+  auto* low = Make<LoggingTask>(NuvThread::standard, 0, 'l', 1, Log());
+  Manager()->Add(low);
+  Manager()->Add(Make<LoggingTask>(NuvThread::viewer, 0, 'h', 1, Log()));
   low->SetPriority(NuvThread::switcher);
-  manager->Add(low);
-  EXPECT_EQ(manager->CountTasks(), 3);
-  log->gateOpen = 1;
-  ASSERT_TRUE(WaitUntil([this] { return log->count == 2; }));
-  EXPECT_EQ(log->Names(), "lh");
+  Manager()->Add(low);
+  EXPECT_EQ(Manager()->CountTasks(), 3);
+  Log()->gateOpen = 1;
+  ASSERT_TRUE(WaitUntil([this] { return Log()->count == 2; }));
+  EXPECT_EQ(Log()->Names(), "lh");
 }
 
 TEST_F(TaskManager, IdleWorkerSleepsAndTheFirstAddWakesIt) {
   ASSERT_TRUE(WorkerSleeps());
-  EXPECT_EQ(log->count, 0);
-  manager->Add(Make<LoggingTask>(NuvThread::standard, 0, 'w', 1, log));
-  ASSERT_TRUE(WaitUntil([this] { return log->count == 1; }));
-  EXPECT_EQ(log->pids[0], manager->GetWorker()->GetId());
+  EXPECT_EQ(Log()->count, 0);
+  Manager()->Add(Make<LoggingTask>(NuvThread::standard, 0, 'w', 1, Log()));
+  ASSERT_TRUE(WaitUntil([this] { return Log()->count == 1; }));
+  EXPECT_EQ(Log()->pids[0], Manager()->GetWorker()->GetId());
 }
 
 TEST_F(TaskManager, WorkersClassFollowsTheTopTaskAndIsTimeSharingWithNoTask) {
@@ -191,99 +202,96 @@ TEST_F(TaskManager, WorkersClassFollowsTheTopTaskAndIsTimeSharingWithNoTask) {
     GTEST_SKIP() << "real-time classes need root";
   }
   ASSERT_TRUE(WorkerSleeps());
-  const int worker = manager->GetWorker()->GetId();
+  const int worker = Manager()->GetWorker()->GetId();
   EXPECT_EQ(sched_getscheduler(worker), SCHED_OTHER);
-  manager->Add(Make<GateTask>(NuvThread::viewer, log));
-  ASSERT_TRUE(WaitUntil([this] { return log->running == 1; }));
+  Manager()->Add(Make<GateTask>(NuvThread::viewer, Log()));
+  ASSERT_TRUE(WaitUntil([this] { return Log()->running == 1; }));
   sched_param param{};
   EXPECT_EQ(sched_getscheduler(worker), SCHED_FIFO);
   sched_getparam(worker, &param);
   EXPECT_EQ(param.sched_priority, 5);
-  manager->Add(Make<LoggingTask>(NuvThread::pipeline, 0, 'p', 1, log));
+  Manager()->Add(Make<LoggingTask>(NuvThread::pipeline, 0, 'p', 1, Log()));
   sched_getparam(worker, &param);
   EXPECT_EQ(param.sched_priority, 10);
-  log->gateOpen = 1;
-  ASSERT_TRUE(WaitUntil([this] { return manager->CountTasks() == 0; }));
+  Log()->gateOpen = 1;
+  ASSERT_TRUE(WaitUntil([this] { return Manager()->CountTasks() == 0; }));
   ASSERT_TRUE(WaitUntil([worker] { return sched_getscheduler(worker) == SCHED_OTHER; }));
-  EXPECT_EQ(manager->GetWorker()->GetRtPriority(), NuvThread::standard);
+  EXPECT_EQ(Manager()->GetWorker()->GetRtPriority(), NuvThread::standard);
 }
 
 TEST_F(TaskManager, TasksAddedFromTwoProcessesAreRunByTheOneWorker) {
   ASSERT_TRUE(WorkerSleeps());
-  manager->Add(Make<LoggingTask>(NuvThread::standard, 0, 'p', 1, log));
-  NuvTaskManager* shared = manager;
-  RunLog* runs = log;
+  Manager()->Add(Make<LoggingTask>(NuvThread::standard, 0, 'p', 1, Log()));
+  NuvTaskManager* shared = Manager();
+  RunLog* runs = Log();
   NuvMempool* pool = Pool();
   const auto outcome = nuv::test::RunInChild([shared, runs, pool] {
     pCurrentThreadG = nullptr;
     shared->Add(new (pool) LoggingTask(NuvThread::standard, 0, 'c', 1, runs));
   });
   ASSERT_TRUE(outcome.Exited());
-  ASSERT_TRUE(WaitUntil([this] { return log->count == 2; }));
-  EXPECT_EQ(log->pids[0], manager->GetWorker()->GetId());
-  EXPECT_EQ(log->pids[1], manager->GetWorker()->GetId());
+  ASSERT_TRUE(WaitUntil([this] { return Log()->count == 2; }));
+  EXPECT_EQ(Log()->pids[0], Manager()->GetWorker()->GetId());
+  EXPECT_EQ(Log()->pids[1], Manager()->GetWorker()->GetId());
 }
 
 TEST_F(TaskManager, ShutdownWhileATaskRunsLetsTheRunFinishThenJoinsTheWorker) {
   ASSERT_TRUE(WorkerSleeps());
-  manager->Add(Make<GateTask>(NuvThread::standard, log));
-  ASSERT_TRUE(WaitUntil([this] { return log->running == 1; }));
-  const int worker = manager->GetWorker()->GetId();
+  Manager()->Add(Make<GateTask>(NuvThread::standard, Log()));
+  ASSERT_TRUE(WaitUntil([this] { return Log()->running == 1; }));
+  const int worker = Manager()->GetWorker()->GetId();
   // Another process opens the gate while Shutdown waits: a signal-based wait wants this
   // process to have one thread of control.
-  RunLog* runs = log;
+  RunLog* runs = Log();
   const pid_t opener = fork();
   if (opener == 0) {
     usleep(50000);
     runs->gateOpen = 1;
     _exit(0);
   }
-  manager->Shutdown();
+  Manager()->Shutdown();
   nuv::test::WaitWithDeadline(opener, std::chrono::seconds(5));
-  EXPECT_EQ(log->running, 0) << "the run ended before Shutdown returned";
-  EXPECT_EQ(manager->GetWorker(), nullptr);
+  EXPECT_EQ(Log()->running, 0) << "the run ended before Shutdown returned";
+  EXPECT_EQ(Manager()->GetWorker(), nullptr);
   EXPECT_EQ(NuvOsThread::Alive(worker), kNuvNotActive) << "the worker was joined and reaped";
 }
 
 TEST_F(TaskManager, ReleasedManagerLeavesThePoolAsBefore) {
   ASSERT_TRUE(WorkerSleeps());
-  manager->DownRef();
-  manager = nullptr;
+  ReleaseManager();
   const std::vector<unsigned> before = nuv::test::InUse(Pool());
-  manager = new (Pool()) NuvTaskManager;
-  manager->UpRef();
+  NewManager();
   ASSERT_TRUE(WorkerSleeps());
-  manager->Add(Make<LoggingTask>(NuvThread::standard, 0, 'x', 2, log));
-  ASSERT_TRUE(WaitUntil([this] { return log->count == 2; }));
-  manager->DownRef();
-  manager = nullptr;
+  Manager()->Add(Make<LoggingTask>(NuvThread::standard, 0, 'x', 2, Log()));
+  ASSERT_TRUE(WaitUntil([this] { return Log()->count == 2; }));
+  ReleaseManager();
   EXPECT_EQ(nuv::test::InUse(Pool()), before);
 }
 
 TEST_F(TaskManager, NextTaskOfAnEmptyManagerStopsAtAssertion129OfPNextTask) {
-  const auto report = nuv::test::RunToFatalReport([this] { manager->PNextTask(); });
+  const auto report = nuv::test::RunToFatalReport([this] { Manager()->PNextTask(); });
   nuv::test::ExpectLibraryAssertion(report, "PNextTask", 129);
 }
 
 TEST_F(TaskManager, RunStartingWhileAnotherIsCurrentStopsAtAssertion244OfThreadEntry) {
   ASSERT_TRUE(WorkerSleeps());
-  manager->Add(Make<GateTask>(NuvThread::standard, log));
-  ASSERT_TRUE(WaitUntil([this] { return log->running == 1; }));
+  Manager()->Add(Make<GateTask>(NuvThread::standard, Log()));
+  ASSERT_TRUE(WaitUntil([this] { return Log()->running == 1; }));
   const auto report = nuv::test::RunToFatalReport([this] {
     pCurrentThreadG = nullptr;
-    manager->ThreadEntry();
+    Manager()->ThreadEntry();
   });
   // The child died holding the manager's lock word (offset 12): give it back for the worker.
-  *reinterpret_cast<volatile NuvLock*>(reinterpret_cast<char*>(manager) + 12) = 0;
-  log->gateOpen = 1;
+  *reinterpret_cast<volatile NuvLock*>(reinterpret_cast<char*>(Manager()) + 12) = 0;
+  Log()->gateOpen = 1;
   nuv::test::ExpectLibraryAssertion(report, "ThreadEntry", 244);
 }
 
 TEST_F(TaskManager, HigherPriorityComesFirstThenTheSmallerKey) {
-  NuvTask* viewer = Make<LoggingTask>(NuvThread::viewer, 9, 'v', 1, log);
-  NuvTask* standard = Make<LoggingTask>(NuvThread::standard, 1, 's', 1, log);
-  NuvTask* viewerFirst = Make<LoggingTask>(NuvThread::viewer, 2, 'f', 1, log);
-  NuvTask* viewerTwin = Make<LoggingTask>(NuvThread::viewer, 2, 't', 1, log);
+  NuvTask* viewer = Make<LoggingTask>(NuvThread::viewer, 9, 'v', 1, Log());
+  NuvTask* standard = Make<LoggingTask>(NuvThread::standard, 1, 's', 1, Log());
+  NuvTask* viewerFirst = Make<LoggingTask>(NuvThread::viewer, 2, 'f', 1, Log());
+  NuvTask* viewerTwin = Make<LoggingTask>(NuvThread::viewer, 2, 't', 1, Log());
   EXPECT_LT(CompareTaskPriority(&viewer, &standard), 0);
   EXPECT_GT(CompareTaskPriority(&standard, &viewer), 0);
   EXPECT_LT(CompareTaskPriority(&viewerFirst, &viewer), 0);
@@ -294,8 +302,8 @@ TEST_F(TaskManager, HigherPriorityComesFirstThenTheSmallerKey) {
 }
 
 TEST_F(TaskManager, SerialsCountTheTasksThatTheCreatingThreadMade) {
-  NuvTask* first = Make<LoggingTask>(NuvThread::standard, 0, '1', 1, log);
-  NuvTask* second = Make<LoggingTask>(NuvThread::standard, 0, '2', 1, log);
+  NuvTask* first = Make<LoggingTask>(NuvThread::standard, 0, '1', 1, Log());
+  NuvTask* second = Make<LoggingTask>(NuvThread::standard, 0, '2', 1, Log());
   EXPECT_EQ(second->GetSerial(), first->GetSerial() + 1);
   first->DeleteThis();
   second->DeleteThis();
