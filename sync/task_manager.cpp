@@ -9,12 +9,15 @@ namespace {
 
 constexpr const char* kWorkerName = "NuvTaskManager";
 
-// The array sorts NuvCore slots; every slot of a manager's array holds a task.
+// Every slot of a manager's array holds a task; tasks have no run-time type to check.
+NuvTask* AsTask(NuvCore* slot) {
+  return static_cast<NuvTask*>(slot);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
+}
+
+// The array sorts NuvCore slots.
 int CompareSlots(NuvCore** a, NuvCore** b) {
-  auto* first =
-      static_cast<NuvTask*>(*a);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
-  auto* second =
-      static_cast<NuvTask*>(*b);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
+  NuvTask* first = AsTask(*a);
+  NuvTask* second = AsTask(*b);
   return CompareTaskPriority(&first, &second);
 }
 
