@@ -28,6 +28,7 @@
 #include <nuv/thread.h>
 #include <nuv/thread_queue.h>
 #include <nuv/time.h>
+#include <nuv/tracing.h>
 #include <nuv/unistring.h>
 
 #endif  // NUV_NUV_H

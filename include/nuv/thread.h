@@ -13,8 +13,8 @@ class NuvSema;
 struct NuvMessage;
 
 /// Twelve words, all zero at creation, shared by reference between the threads of a family.
-/// The first holds the family's page-fault tracer (a counted reference), the second the lock
-/// word that guards it; the other ten are reserved.
+/// The first holds the family's page-fault tracer (a counted reference to a TracingGlobals,
+/// <nuv/tracing.h>), the second the lock word that guards it; the other ten are reserved.
 /// Layout (checked in thread/layout.cpp): 0 core, 12 tracer, 16 tracer lock word,
 /// 20 reserved (10 words); 60 bytes.
 class NuvThreadGroup : public NuvCore {
