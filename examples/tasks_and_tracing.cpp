@@ -5,10 +5,13 @@
 #include <nuv/status.h>
 #include <nuv/task_manager.h>
 #include <nuv/thread.h>
+#include <nuv/tracing.h>
 
 #include <unistd.h>
 #include <cstdlib>
+#include <cstring>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -59,6 +62,37 @@ void RunTasks(NuvMempool* pool) {
   pool->Free(finished);
 }
 
+// Four-character checkpoint names.
+constexpr int kTop = 0x544f5020;   // "TOP "
+constexpr int kFill = 0x46494c4c;  // "FILL"
+constexpr int kSum = 0x53554d20;   // "SUM "
+constexpr int kRounds = 5;
+constexpr size_t kBufferBytes = 256 * 1024;
+
+// Each round fills a fresh buffer and adds it up; the tracer times both steps and counts the
+// major page faults (pages read from disk) they take, and its report lists the edges
+// TOP -> FILL, FILL -> SUM and SUM -> TOP.
+void RunTracedLoop() {
+  TracingGlobals::Create();
+  TracingGlobals::SetPageFaults(true);
+  TracingGlobals::TraceStart(true);
+  unsigned long total = 0;
+  for (int round = 0; round < kRounds; ++round) {
+    TracingGlobals::CheckPoint(kTop, false);
+    std::vector<unsigned char> buffer(kBufferBytes);
+    memset(buffer.data(), round + 1, buffer.size());
+    TracingGlobals::CheckPoint(kFill, false);
+    for (const unsigned char byte : buffer) {
+      total += byte;
+    }
+    TracingGlobals::CheckPoint(kSum, false);
+  }
+  TracingGlobals::CheckPoint(kTop, false);
+  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag,
+                 "traced loop done (sum %lu); the tracer's report:", total);
+  TracingGlobals::TraceEnd(true, true);
+}
+
 }  // namespace
 
 int main() {
@@ -76,6 +110,7 @@ int main() {
   self->UpRef();
   pCurrentThreadG = self;
   RunTasks(pool);
+  RunTracedLoop();
   pCurrentThreadG = nullptr;
   self->DownRef();
   delete pool;
