@@ -17,7 +17,7 @@ struct NuvThreadLayout {
 
   static_assert(sizeof(NuvThread) == 260, "thread object");
   static_assert(offsetof(NuvThread, referencesM) == 12, "thread references");
-  static_assert(offsetof(NuvThread, zeroWordM) == 20, "thread zero word");
+  static_assert(offsetof(NuvThread, taskSerialM) == 20, "thread task serial counter");
   static_assert(offsetof(NuvThread, groupM) == 24, "thread group");
   static_assert(offsetof(NuvThread, nameM) == 28, "thread name");
   static_assert(offsetof(NuvThread, stateLockM) == 60, "thread state lock word");

@@ -5,6 +5,7 @@
 #include <nuv/semaphore.h>
 #include <nuv/thread.h>
 
+#include <pthread.h>
 #include <unistd.h>
 #include <csignal>
 #include <cstring>
@@ -18,8 +19,17 @@ namespace {
 
 int CurrentThreadId() { return pCurrentThreadG != nullptr ? pCurrentThreadG->GetId() : 0; }
 
+// A process forked by other means than a thread's launch runs no library thread: it must not
+// wait, or report, under its parent's thread. The launch sets its child's thread after the fork.
+void ForgetCurrentThread() { pCurrentThreadG = nullptr; }
+
+bool InstallThreadIdSource() noexcept {
+  nuv::SetCurrentThreadIdSource(CurrentThreadId);
+  return pthread_atfork(nullptr, nullptr, ForgetCurrentThread) == 0;
+}
+
 // Waits queue the current thread's id from the moment the thread layer is part of the program.
-const bool threadIdSourceInstalled = (nuv::SetCurrentThreadIdSource(CurrentThreadId), true);
+const bool threadIdSourceInstalled = InstallThreadIdSource();
 
 constexpr int kStandardDescriptors = 3;
 

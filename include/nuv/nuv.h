@@ -24,9 +24,11 @@
 #include <nuv/status.h>
 #include <nuv/string.h>
 #include <nuv/table.h>
+#include <nuv/task_manager.h>
 #include <nuv/thread.h>
 #include <nuv/thread_queue.h>
 #include <nuv/time.h>
+#include <nuv/tracing.h>
 #include <nuv/unistring.h>
 
 #endif  // NUV_NUV_H

@@ -13,8 +13,8 @@ class NuvSema;
 struct NuvMessage;
 
 /// Twelve words, all zero at creation, shared by reference between the threads of a family.
-/// The first holds the family's page-fault tracer (a counted reference), the second the lock
-/// word that guards it; the other ten are reserved.
+/// The first holds the family's page-fault tracer (a counted reference to a TracingGlobals,
+/// <nuv/tracing.h>), the second the lock word that guards it; the other ten are reserved.
 /// Layout (checked in thread/layout.cpp): 0 core, 12 tracer, 16 tracer lock word,
 /// 20 reserved (10 words); 60 bytes.
 class NuvThreadGroup : public NuvCore {
@@ -46,7 +46,7 @@ class NuvThreadGroup : public NuvCore {
 
 /// A library thread: a pool object that stands for one process. The parent that started it and
 /// the thread itself see the same object through their shared pool.
-/// Layout (checked in thread/layout.cpp): 0 core, 12 and 16 references, 20 zero word, 24 group,
+/// Layout (checked in thread/layout.cpp): 0 core, 12 and 16 references, 20 task serials, 24 group,
 /// 28 name (32), 60 state lock word, 64 state, 68 process id, 72 queue id, 76 exit status,
 /// 80 command-channel word, 84 read and 88 write descriptor, 92 entry, 96 hold semaphore,
 /// 100 exit semaphore, 104 block semaphore, 108 preserved descriptors (132), 240 child count,
@@ -125,6 +125,8 @@ class NuvThread : public NuvCore {
   /// Forgets the parent.
   void Emancipate() { parentM = nullptr; }
   int GetChildCount() const { return childCountM; }
+  /// The serial for the next task this thread creates (0 first).
+  unsigned NextTaskSerial() { return taskSerialM++; }
   /// Sets the report bit (passed to NuvOsThread::Launch).
   void traceStatus();
   bool FReport() const { return (stateM & kReport) != 0; }
@@ -176,7 +178,7 @@ class NuvThread : public NuvCore {
   void ReleaseOwned();
 
   NuvCore* referencesM[2] = {};
-  unsigned zeroWordM = 0;
+  unsigned taskSerialM = 0;
   NuvThreadGroup* groupM = nullptr;
   char nameM[kNameLength] = {};
   volatile NuvLock stateLockM = 0;
