@@ -48,7 +48,11 @@ class TracingTest : public ThreadPoolTest {
 
   /// Runs body in a child that logs to standard output; the texts of the tracer's records.
   static std::vector<std::string> TracerRecords(const std::function<void()>& body) {
-    ChildProcess child([&body] {
+    // A forked child starts with no current thread: this one acts for the test's own, in its
+    // group.
+    NuvThread* current = pCurrentThreadG;
+    ChildProcess child([&body, current] {
+      pCurrentThreadG = current;
       NuvLogger::LogTty(true);
       body();
     });

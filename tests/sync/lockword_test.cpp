@@ -6,14 +6,16 @@
 #include <unistd.h>
 #include <chrono>
 #include <csignal>
-#include <fstream>
 #include <string>
 
 #include "support/child_process.h"
 #include "support/polling.h"
+#include "support/process_state.h"
 #include "support/shared_memory.h"
 
 namespace {
+
+using nuv::test::ProcessState;
 
 using nuv::test::ChildProcess;
 using nuv::test::SharedObject;
@@ -25,15 +27,6 @@ struct Contended {
   volatile unsigned entered;
   volatile unsigned trying;
 };
-
-// The state letter of /proc/<pid>/stat ('S' while it sleeps), or '?' when it cannot be read.
-char ProcessState(int pid) {
-  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-  std::string line;
-  std::getline(stat, line);
-  const std::string::size_type nameEnd = line.rfind(')');
-  return nameEnd != std::string::npos && nameEnd + 2 < line.size() ? line[nameEnd + 2] : '?';
-}
 
 TEST(LockWord, UptrylockOnFreeWordAcquiresAndLeavesOne) {
   volatile NuvLock word = 0;

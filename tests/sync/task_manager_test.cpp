@@ -8,16 +8,18 @@
 #include <sched.h>
 #include <unistd.h>
 #include <chrono>
-#include <fstream>
 #include <string>
 
 #include "support/child_process.h"
 #include "support/fatal_report.h"
 #include "support/polling.h"
 #include "support/pool_usage.h"
+#include "support/process_state.h"
 #include "thread/thread_pool.h"
 
 namespace {
+
+using nuv::test::ProcessState;
 
 using nuv::test::ThreadPoolTest;
 using nuv::test::WaitUntil;
@@ -101,14 +103,6 @@ class ReAddingTask : public NuvTask {
   NuvTaskManager* managerM;
   RunLog* logM;
 };
-
-char ProcessState(int pid) {
-  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-  std::string line;
-  std::getline(stat, line);
-  const size_t close = line.rfind(") ");
-  return close == std::string::npos ? '?' : line[close + 2];
-}
 
 class TaskManager : public ThreadPoolTest {
  protected:

@@ -8,15 +8,16 @@
 #include <fcntl.h>
 #include <unistd.h>
 #include <cstdio>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "support/fatal_report.h"
 #include "support/polling.h"
+#include "support/process_state.h"
 #include "thread/thread_pool.h"
 
 namespace {
+
+using nuv::test::ProcessState;
 
 using nuv::test::ThreadPoolTest;
 using nuv::test::WaitUntil;
@@ -31,15 +32,6 @@ struct Exchange {
 
 Exchange* ExchangeOf(long arg) { return reinterpret_cast<Exchange*>(arg); }
 long ArgOf(Exchange* exchange) { return reinterpret_cast<long>(exchange); }
-
-// The state letter of /proc/<pid>/stat: 'S' while the process sleeps.
-char ProcessState(int pid) {
-  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-  std::string line;
-  std::getline(stat, line);
-  const size_t close = line.rfind(") ");
-  return close == std::string::npos ? '?' : line[close + 2];
-}
 
 int EchoThreeMessages(long /*arg*/) {
   NuvThread* parent = pCurrentThreadG->PParent();
