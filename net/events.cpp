@@ -94,7 +94,7 @@ int ReadEvent(int fd, void* data, unsigned length) {
 // Runs in a signal handler: only the jump back into the transfer.
 NUV_SIGNAL_ENTRY void badpipe(int /*signal*/) { siglongjmp(recovery.point, 1); }
 
-int NuvSocket::Send(const void* data, unsigned length) {
+int NuvSocket::Send(const void* data, unsigned length) const {
   int result = static_cast<int>(kNuvOk);
   const int fd = fdM;
   if (!nuv::signals::GuardBrokenPipe(recovery, badpipe,
@@ -104,7 +104,7 @@ int NuvSocket::Send(const void* data, unsigned length) {
   return result;
 }
 
-int NuvSocket::Receive(void* data, unsigned length) {
+int NuvSocket::Receive(void* data, unsigned length) const {
   int result = static_cast<int>(kNuvOk);
   const int fd = fdM;
   if (!nuv::signals::GuardBrokenPipe(recovery, badpipe,

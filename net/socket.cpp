@@ -63,12 +63,12 @@ NuvSocket::~NuvSocket() {
                       "the socket is given up either way; CloseFd may have closed it");
 }
 
-int NuvSocket::CloseFd() {
+int NuvSocket::CloseFd() const {
   const int fd = fdM;
   return static_cast<int>(nuv::kernel::Make(kClose, [fd] { return close(fd); }).value);
 }
 
-bool NuvSocket::IsDataPresent() {
+bool NuvSocket::IsDataPresent() const {
   NuvFdSet readable;
   readable.Set(fdM);
   NuvTime noWait(0);

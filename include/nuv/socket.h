@@ -87,12 +87,12 @@ class NuvSocket : public NuvCore {
   /// Closes the descriptor and returns close's result. The socket keeps the number, and its
   /// destructor closes that number again: release the socket before this process opens another
   /// descriptor, which could get the same number.
-  int CloseFd();
+  int CloseFd() const;
 
   /// Writes one event: the header, then the length bytes of data. kNuvOk; kNuvEndOfFile when the
   /// peer went away during the write (its SIGPIPE is caught); kNuvSocketFailed when a write
   /// fails. The previous action of SIGPIPE is in force again when it returns.
-  int Send(const void* data, unsigned length);
+  int Send(const void* data, unsigned length) const;
   /// Reads one event of exactly length payload bytes: always length + 8 bytes, whatever they
   /// hold, so sender and receiver must agree on sizes (it waits while fewer have come). kNuvOk
   /// with the payload in data; kNuvBadRecord after logging "Bad magic on event read: 0x%x" or
@@ -101,7 +101,7 @@ class NuvSocket : public NuvCore {
   /// untouched for events of up to 4,088 payload bytes; a longer one may have been written in
   /// part. SIGPIPE's previous action is in force again when it returns. Send and Receive must
   /// not run inside each other (from a signal handler).
-  int Receive(void* data, unsigned length);
+  int Receive(void* data, unsigned length) const;
 
   /// Non-null handler: runs handler (SA_RESTART) on SIGIO and SIGURG, and, unless a handler was
   /// registered on this socket already, asks the kernel to signal this process (the current
@@ -112,7 +112,7 @@ class NuvSocket : public NuvCore {
   /// ignoring; 569, 571 clearing the flags).
   int RegisterAsyncHandler(void (*handler)(int));
   /// Whether an event (or the peer's close) is waiting to be read, without waiting.
-  bool IsDataPresent();
+  bool IsDataPresent() const;
 
  private:
   friend struct NuvNetLayout;

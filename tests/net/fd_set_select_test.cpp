@@ -129,7 +129,7 @@ TEST_F(Select, TimeOutEndsTheWaitWhenNothingComes) {
 
 TEST_F(Select, TimeOutBeyondThirtyTwoBitsOfMicrosecondsWraps) {
   // 2^32 microseconds and 20 milliseconds: only the 20 milliseconds count.
-  NuvTime limit((static_cast<int64_t>(1) << 32) * 1000 + 20 * 1000000);
+  NuvTime limit((static_cast<int64_t>(1) << 32) * 1000 + Milliseconds(20).Nanoseconds());
   NuvFdSet readable = SetOf({A()});
   const Clock::time_point start = Clock::now();
   EXPECT_EQ(NuvFdSet::Select(&readable, nullptr, nullptr, &limit), 0);
