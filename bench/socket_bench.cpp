@@ -6,6 +6,7 @@
 #include <nuv/socket.h>
 #include <nuv/status.h>
 
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,7 +18,6 @@
 
 #include "bench/how_measured.h"
 #include "bench/median.h"
-#include "bench/placement.h"
 #include "bench/private_pool.h"
 #include "bench/shared_pool.h"
 
@@ -90,12 +90,29 @@ void EchoPlain(int fd) {
   close(fd);
 }
 
-void Bench(NuvMempool* pool, const char* placement) {
+void RunOn(int cpu) {
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  CPU_SET(cpu, &one);
+  sched_setaffinity(0, sizeof one, &one);
+}
+
+// Where the processes run. Left free, the scheduler puts one echo beside the parent and the
+// other on the second processor, a different choice in each run, and a hand-off to another
+// processor costs several times one on the same: so each echo is placed, both alike.
+struct Placement {
+  const char* what;
+  int echoCpu;
+  int ownCpu;
+};
+
+void Bench(NuvMempool* pool, const Placement& placement) {
   Ends ends{};
   if (!MakePair(ends.libraryParent, ends.libraryChild) ||
       !MakePair(ends.plainParent, ends.plainChild)) {
     return;
   }
+  RunOn(placement.echoCpu);  // the echoes inherit it
   const int libraryEcho = nuv::bench::StartChild([=] {
     CloseAllBut(ends, ends.libraryChild);
     EchoRecords(pool, ends.libraryChild);
@@ -104,6 +121,7 @@ void Bench(NuvMempool* pool, const char* placement) {
     CloseAllBut(ends, ends.plainChild);
     EchoPlain(ends.plainChild);
   });
+  RunOn(placement.ownCpu);
   close(ends.libraryChild);
   close(ends.plainChild);
   ref<NuvSocket> socket(new (pool) NuvSocket(ends.libraryParent));
@@ -111,7 +129,7 @@ void Bench(NuvMempool* pool, const char* placement) {
   const int plain = ends.plainParent;
   std::array<char, kPayloadBytes> payload{};
   std::array<char, kRecordBytes> record{};
-  const std::string what = std::string("record round trip, ") + placement;
+  const std::string what = std::string("record round trip, ") + placement.what;
   nuv::bench::PrintBeside(what.c_str(), {"Send + Receive (64 bytes)", "write + read (72 bytes)"},
                           nuv::bench::Interleaved(
                               kRuns, kRoundTripsPerRun,
@@ -139,7 +157,18 @@ int main() {
   if (pool == nullptr) {
     return EXIT_FAILURE;
   }
-  nuv::bench::OnEachPlacement([pool](const char* placement) { Bench(pool, placement); });
+  cpu_set_t all;
+  CPU_ZERO(&all);
+  sched_getaffinity(0, sizeof all, &all);
+  const int own = sched_getcpu();
+  for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+    if (cpu != own && CPU_ISSET(cpu, &all)) {
+      Bench(pool, {"each echo on another processor", cpu, own});
+      break;
+    }
+  }
+  Bench(pool, {"all on one processor", own, own});
+  sched_setaffinity(0, sizeof all, &all);
   delete pool;
   return EXIT_SUCCESS;
 }
