@@ -94,22 +94,27 @@ int ReadEvent(int fd, void* data, unsigned length) {
 // Runs in a signal handler: only the jump back into the transfer.
 NUV_SIGNAL_ENTRY void badpipe(int /*signal*/) { siglongjmp(recovery.point, 1); }
 
-int NuvSocket::Send(const void* data, unsigned length) const {
+namespace {
+
+// Runs transfer() with SIGPIPE sent to badpipe: its result, or end of file when the peer went
+// away during it.
+template <typename Transfer>
+int GuardedTransfer(Transfer transfer) {
   int result = static_cast<int>(kNuvOk);
-  const int fd = fdM;
-  if (!nuv::signals::GuardBrokenPipe(recovery, badpipe,
-                                     [&] { result = WriteEvent(fd, data, length); })) {
+  if (!nuv::signals::GuardBrokenPipe(recovery, badpipe, [&] { result = transfer(); })) {
     return static_cast<int>(kNuvEndOfFile);
   }
   return result;
 }
 
-int NuvSocket::Receive(void* data, unsigned length) const {
-  int result = static_cast<int>(kNuvOk);
+}  // namespace
+
+int NuvSocket::Send(const void* data, unsigned length) const {
   const int fd = fdM;
-  if (!nuv::signals::GuardBrokenPipe(recovery, badpipe,
-                                     [&] { result = ReadEvent(fd, data, length); })) {
-    return static_cast<int>(kNuvEndOfFile);
-  }
-  return result;
+  return GuardedTransfer([=] { return WriteEvent(fd, data, length); });
+}
+
+int NuvSocket::Receive(void* data, unsigned length) const {
+  const int fd = fdM;
+  return GuardedTransfer([=] { return ReadEvent(fd, data, length); });
 }

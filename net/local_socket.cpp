@@ -12,14 +12,17 @@ namespace {
 constexpr kernel::Call kSocket{"socket", -1, 0, false};
 constexpr kernel::Call kClose{"close", -1, 0, false};
 constexpr size_t kPathCharacters = sizeof(sockaddr_un{}.sun_path) - 1;
+constexpr socklen_t kAddressLength = 110;
+static_assert(sizeof(sockaddr_un) == kAddressLength, "family and a 108-byte path field");
 
 }  // namespace
 
-sockaddr_un LocalAddress(const char* path) {
+bool AtLocalAddress(const kernel::Call& named, AddressCall call, int fd, const char* path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   strncpy(address.sun_path, path, kPathCharacters);
-  return address;
+  const auto* general = reinterpret_cast<const sockaddr*>(&address);
+  return !kernel::Make(named, [=] { return call(fd, general, kAddressLength); }).Failed();
 }
 
 int NewStreamSocket() {

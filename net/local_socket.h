@@ -6,15 +6,18 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include "core/kernel.h"
+
 namespace nuv::net {
 
-/// The address length given to bind and connect, whatever the path: the whole structure.
-constexpr socklen_t kLocalAddressLength = 110;
-static_assert(sizeof(sockaddr_un) == kLocalAddressLength, "family and a 108-byte path field");
+/// bind or connect.
+using AddressCall = int (*)(int fd, const sockaddr* address, socklen_t length);
 
-/// Family AF_UNIX and the first 107 characters of path in a zeroed path field: a longer path is
-/// cut, and the field always ends in a zero.
-sockaddr_un LocalAddress(const char* path);
+/// Makes call (bind or connect, named as the kernel path knows it) on fd with the address of
+/// path: family AF_UNIX and the first 107 characters of path in a zeroed path field (a longer
+/// path is cut, and the field always ends in a zero), with the length of the whole structure,
+/// 110, whatever the path. False when it failed.
+bool AtLocalAddress(const kernel::Call& named, AddressCall call, int fd, const char* path);
 /// socket(AF_UNIX, SOCK_STREAM, 0): the descriptor, or -1.
 int NewStreamSocket();
 /// Closes a descriptor that is given up after a failure; the failure is what gets reported.

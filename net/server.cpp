@@ -20,10 +20,7 @@ constexpr nuv::kernel::Call kUnlink{"unlink", -1, 0, false};
 constexpr int kBacklog = 5;
 
 bool BindAndListen(int fd, const char* path) {
-  const sockaddr_un address = nuv::net::LocalAddress(path);
-  const auto* general = reinterpret_cast<const sockaddr*>(&address);
-  return !nuv::kernel::Make(kBind, [=] { return bind(fd, general, nuv::net::kLocalAddressLength); })
-              .Failed() &&
+  return nuv::net::AtLocalAddress(kBind, bind, fd, path) &&
          !nuv::kernel::Make(kListen, [fd] { return listen(fd, kBacklog); }).Failed();
 }
 

@@ -19,14 +19,6 @@ constexpr nuv::kernel::Call kSetsockopt{"setsockopt", -1, 0, false};
 constexpr nuv::kernel::Call kClose{"close", -1, 0, false};
 constexpr int kLingerSeconds = 100;
 
-bool ConnectTo(int fd, const char* path) {
-  const sockaddr_un address = nuv::net::LocalAddress(path);
-  const auto* general = reinterpret_cast<const sockaddr*>(&address);
-  return !nuv::kernel::Make(kConnect, [=] {
-            return connect(fd, general, nuv::net::kLocalAddressLength);
-          }).Failed();
-}
-
 // Unsent data is kept for up to 100 seconds after close; a refusal only costs that.
 void AskForLinger(int fd) {
   const linger lingering{1, kLingerSeconds};
@@ -46,7 +38,7 @@ int NuvSocket::Connect(NuvMempool* pool, const char* path, ref<NuvSocket>& out) 
   if (fd < 0) {
     return static_cast<int>(kNuvSocketFailed);
   }
-  if (!ConnectTo(fd, path)) {
+  if (!nuv::net::AtLocalAddress(kConnect, connect, fd, path)) {
     nuv::net::GiveUp(fd);
     return static_cast<int>(kNuvSocketFailed);
   }
