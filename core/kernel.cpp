@@ -5,10 +5,14 @@
 
 namespace nuv::kernel {
 
-detail::Injection detail::injection = {nullptr, 0, 0};
+detail::Injection detail::injection = {nullptr, 0, 0, 0};
 
 bool detail::TakeInjected(const char* name, int* error) {
   if (strcmp(injection.name, name) != 0 || injection.times <= 0) {
+    return false;
+  }
+  if (injection.spared > 0) {
+    --injection.spared;
     return false;
   }
   *error = injection.error;
@@ -18,8 +22,8 @@ bool detail::TakeInjected(const char* name, int* error) {
   return true;
 }
 
-void FailNextForTesting(const char* name, int error, int times) {
-  detail::injection = {name, error, times};
+void FailNextForTesting(const char* name, int error, int times, int spared) {
+  detail::injection = {name, error, times, spared};
 }
 
 }  // namespace nuv::kernel

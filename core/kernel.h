@@ -43,6 +43,7 @@ struct Injection {
   const char* name;
   int error;
   int times;
+  int spared;  // calls of that name that still go through first
 };
 extern Injection injection;
 /// True, with the errno to fail with, when the named call is to fail now.
@@ -73,9 +74,9 @@ Result Make(const Call& call, Fn fn) {
 /// A failure that the behaviour says to ignore: the reason says why, where it happens.
 inline void Ignore(const Result& /*result*/, const char* /*reason*/) {}
 
-/// For tests only: the next `times` calls named `name` fail with `error` without reaching the
-/// kernel. A name of null ends it.
-void FailNextForTesting(const char* name, int error, int times = 1);
+/// For tests only: after `spared` more calls named `name` have gone through, the next `times`
+/// fail with `error` without reaching the kernel. A name of null ends it.
+void FailNextForTesting(const char* name, int error, int times = 1, int spared = 0);
 
 }  // namespace nuv::kernel
 

@@ -13,6 +13,7 @@ constexpr int kFacilityNuv = 0;
 constexpr int kPriorityAlert = 1;
 constexpr int kPriorityCrit = 2;
 constexpr int kPriorityErr = 3;
+constexpr int kPriorityWarn = 4;
 constexpr int kPriorityInfo = 6;
 constexpr int kPriorityDebug = 7;
 

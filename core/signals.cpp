@@ -9,16 +9,16 @@ namespace {
 constexpr kernel::Call kSigaction{"sigaction", -1, 0, false};
 constexpr kernel::Call kSigprocmask{"sigprocmask", -1, 0, false};
 
-// Runs in a signal handler: only the jump back to the guard.
-NUV_SIGNAL_ENTRY void RecoverFromBrokenPipe(int /*signal*/) { siglongjmp(detail::brokenPipe, 1); }
-
 kernel::Result SetAction(int signal, const struct sigaction& action, struct sigaction* previous) {
   return kernel::Make(kSigaction, [&] { return sigaction(signal, &action, previous); });
 }
 
 }  // namespace
 
-sigjmp_buf detail::brokenPipe;
+BrokenPipeRecovery detail::ownRecovery;
+
+// Runs in a signal handler: only the jump back to the guard.
+NUV_SIGNAL_ENTRY void detail::OwnHandler(int /*signal*/) { siglongjmp(ownRecovery.point, 1); }
 
 kernel::Result Install(int signal, void (*handler)(int), const sigset_t& mask, int flags,
                        struct sigaction* previous) {
@@ -53,10 +53,12 @@ sigset_t Only(int signal) {
   return set;
 }
 
-void detail::CatchBrokenPipe(struct sigaction* previous) {
+void detail::CatchBrokenPipe(void (*handler)(int), struct sigaction* previous) {
   sigset_t none;
   sigemptyset(&none);
-  Install(SIGPIPE, RecoverFromBrokenPipe, none, 0, previous);
+  Install(SIGPIPE, handler, none, 0, previous);
 }
+
+void detail::UnblockBrokenPipe() { Mask(SIG_UNBLOCK, Only(SIGPIPE), nullptr); }
 
 }  // namespace nuv::signals

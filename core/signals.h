@@ -25,27 +25,52 @@ kernel::Result Mask(int how, const sigset_t& set, sigset_t* previous);
 /// The set holding signal alone.
 sigset_t Only(int signal);
 
+/// Where a broken pipe's SIGPIPE handler jumps back to, and the action of SIGPIPE that its guard
+/// replaced. Each user of the guard (the logger, the sockets) has its own, once per process, so
+/// that a guard can run inside another's: a socket transfer may log.
+struct BrokenPipeRecovery {
+  sigjmp_buf point;
+  struct sigaction previous;
+};
+
 namespace detail {
-extern sigjmp_buf brokenPipe;
-/// Catches SIGPIPE, keeping the previous action in *previous.
-void CatchBrokenPipe(struct sigaction* previous);
+/// The guard's own recovery and handler, for transfers that need no handler of their own.
+extern BrokenPipeRecovery ownRecovery;
+void OwnHandler(int signal);
+/// Installs handler for SIGPIPE (empty mask, flags 0), keeping the previous action in *previous.
+void CatchBrokenPipe(void (*handler)(int), struct sigaction* previous);
+/// After the jump back: the delivery of SIGPIPE to its handler blocked it, and the jump keeps
+/// the mask as it was, so it is unblocked here. It was not blocked before, or it could not have
+/// been delivered.
+void UnblockBrokenPipe();
 }  // namespace detail
 
-/// Runs transfer() with SIGPIPE caught. Returns true when it ran to its end, false when a
-/// broken pipe's SIGPIPE cut it short; the jump back restores the signal mask, and the previous
-/// action of SIGPIPE is put back either way. A process that blocks or ignores SIGPIPE sees
-/// EPIPE from the transfer instead. One guard at a time per process.
+/// Runs transfer() with SIGPIPE sent to handler, which must siglongjmp(recovery.point, 1).
+/// Returns true when the transfer ran to its end, false when a broken pipe's SIGPIPE cut it
+/// short; the signal mask is as it was before, and the previous action of SIGPIPE is put back
+/// either way. A process that blocks SIGPIPE sees EPIPE from the transfer instead. The fast path
+/// makes two system calls (the two actions); saving the mask in the jump buffer would add one.
 template <typename Transfer>
-__attribute__((noinline)) bool GuardBrokenPipe(Transfer transfer) {
-  struct sigaction previous {};
-  detail::CatchBrokenPipe(&previous);
+__attribute__((noinline)) bool GuardBrokenPipe(BrokenPipeRecovery& recovery, void (*handler)(int),
+                                               Transfer transfer) {
   volatile bool completed = false;
-  if (sigsetjmp(detail::brokenPipe, 1) == 0) {
+  // The jump buffer is set before the handler is installed: a SIGPIPE can arrive at any time.
+  if (sigsetjmp(recovery.point, 0) == 0) {
+    detail::CatchBrokenPipe(handler, &recovery.previous);
     transfer();
     completed = true;
+  } else {
+    detail::UnblockBrokenPipe();
   }
-  Restore(SIGPIPE, previous);
+  Restore(SIGPIPE, recovery.previous);
   return completed;
+}
+
+/// GuardBrokenPipe with the guard's own recovery and handler. One such guard at a time per
+/// process.
+template <typename Transfer>
+bool GuardBrokenPipe(Transfer transfer) {
+  return GuardBrokenPipe(detail::ownRecovery, detail::OwnHandler, transfer);
 }
 
 }  // namespace nuv::signals

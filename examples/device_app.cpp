@@ -1,11 +1,13 @@
 /// \file Example: a small device application. The main process adopts itself as a library
-/// thread, starts a shared worker and hands it work through its queue, starts an unshared
-/// background thread in a pool of its own, and shows the fatal report of a thread that dies of
-/// an unexpected signal (built without the device restart, the report ends only that thread).
+/// thread, starts a shared worker and hands it work through its queue, exchanges framed records
+/// with a server thread over a local socket, starts an unshared background thread in a pool of
+/// its own, and shows the fatal report of a thread that dies of an unexpected signal (built
+/// without the device restart, the report ends only that thread).
 #include <nuv/logger.h>
 #include <nuv/mempool.h>
 #include <nuv/messenger.h>
 #include <nuv/os_thread.h>
+#include <nuv/socket.h>
 #include <nuv/status.h>
 #include <nuv/thread.h>
 
@@ -22,6 +24,14 @@ constexpr const char* kTag = "device_app";
 constexpr unsigned kPoolSize = 256 * 1024;
 constexpr unsigned kWork = 1;
 constexpr unsigned kStop = 0;
+constexpr unsigned kRequests = 3;
+
+// The record that goes over the socket both ways: a request's number and its value, and the
+// answer under the same number. The number kStop ends the exchange.
+struct Record {
+  unsigned number;
+  unsigned value;
+};
 
 // Adds up the work it is sent until told to stop; the total becomes its exit code.
 int Worker(long /*arg*/) {
@@ -38,6 +48,31 @@ int Worker(long /*arg*/) {
                    message.payload[0], total);
   }
   return static_cast<int>(total);
+}
+
+// Accepts one connection on the server passed as arg and answers each request with the square
+// of its value until the stop record; the number of answers becomes its exit code.
+int Server(long arg) {
+  auto* server = reinterpret_cast<NuvServer*>(arg);
+  ref<NuvSocket> connection;
+  if (server->Accept(connection) != kNuvOk) {
+    return 0;
+  }
+  const char* name = pCurrentThreadG->GetName();
+  const int pid = pCurrentThreadG->GetId();
+  int answered = 0;
+  Record record{};
+  while (connection->Receive(&record, sizeof record) == static_cast<int>(kNuvOk) &&
+         record.number != kStop) {
+    NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, name, "server <%d>: request %u, value %u",
+                   pid, record.number, record.value);
+    record.value *= record.value;
+    connection->Send(&record, sizeof record);
+    ++answered;
+  }
+  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, name,
+                 "server <%d>: stopped after %d requests", pid, answered);
+  return answered;
 }
 
 int Background(long /*arg*/) {
@@ -67,6 +102,35 @@ void RunWorker(NuvMempool* pool) {
   worker->Join();
   const int pid = worker->GetId();
   NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag, "worker <%d> joined", pid);
+}
+
+// The server listens before the client connects, so the connection waits in its backlog for
+// the thread's accept: no retrying, and nothing is started when either side fails.
+void RunServer(NuvMempool* pool) {
+  const std::string path = "/tmp/nuv_example_" + std::to_string(getpid()) + ".socket";
+  ref<NuvServer> server;
+  ref<NuvSocket> client;
+  if (NuvServer::Create(pool, path.c_str(), server) != kNuvOk ||
+      NuvSocket::Connect(pool, path.c_str(), client) != kNuvOk) {
+    NuvLogger::Log(NuvLogger::facnuv, NuvLogger::prierr, kTag, "no connection on %s", path.c_str());
+    return;
+  }
+  ref<NuvThread> thread(new (pool) NuvThread(Server, "server"));
+  if (thread->Start(reinterpret_cast<long>(server.get())) != kNuvOk) {
+    return;
+  }
+  for (unsigned number = 1; number <= kRequests; ++number) {
+    Record record{number, number + 10};
+    client->Send(&record, sizeof record);
+    client->Receive(&record, sizeof record);
+    NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag, "answer to request %u: %u",
+                   record.number, record.value);
+  }
+  const Record stop{kStop, 0};
+  client->Send(&stop, sizeof stop);
+  thread->Join();
+  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kTag, "server <%d> joined",
+                 thread->GetId());
 }
 
 void RunBackground() {
@@ -108,6 +172,7 @@ int main() {
   self->UpRef();
   pCurrentThreadG = self;
   RunWorker(pool);
+  RunServer(pool);
   RunBackground();
   RunCrasher(pool);
   pCurrentThreadG = nullptr;

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Builds the library for the device (32-bit PowerPC) and runs the example programs under
 # qemu-ppc: two processes that share a named pool and take a lock word in turn, then a small
-# device application with a worker thread, a background thread and one thread's fatal report,
-# then a task manager running three tasks and a traced loop with its report.
+# device application with a worker thread, a server thread that answers framed records over a
+# local socket, a background thread and one thread's fatal report, then a task manager running
+# three tasks and a traced loop with its report.
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/deps.sh

@@ -21,6 +21,7 @@
 #include <nuv/seed.h>
 #include <nuv/semaphore.h>
 #include <nuv/shared_lock.h>
+#include <nuv/socket.h>
 #include <nuv/status.h>
 #include <nuv/string.h>
 #include <nuv/table.h>

@@ -97,6 +97,16 @@ TEST_F(Kernel, TheSeamFailsAsManyCallsAsAskedThenLetsThemThrough) {
   EXPECT_EQ(call.calls, 1);
 }
 
+TEST_F(Kernel, TheSeamLetsTheSparedCallsThroughFirst) {
+  FailNextForTesting("retried", EIO, 1, 2);
+  InterruptedCall call{0};
+  EXPECT_FALSE(Make(kRetried, [&call] { return call(); }).Failed());
+  EXPECT_FALSE(Make(kRetried, [&call] { return call(); }).Failed());
+  EXPECT_EQ(Make(kRetried, [&call] { return call(); }).error, EIO);
+  EXPECT_FALSE(Make(kRetried, [&call] { return call(); }).Failed());
+  EXPECT_EQ(call.calls, 3);
+}
+
 TEST_F(Kernel, TheSeamLeavesOtherCallsAlone) {
   FailNextForTesting("notretried", EIO);
   InterruptedCall call{0};

@@ -88,4 +88,27 @@ TEST_F(BrokenPipeGuard, TheSignalMaskComesBackAfterTheJump) {
   EXPECT_EQ(sigismember(&after, SIGPIPE), sigismember(&before, SIGPIPE));
 }
 
+nuv::signals::BrokenPipeRecovery outerRecovery;
+void OuterHandler(int /*signal*/) { siglongjmp(outerRecovery.point, 1); }
+
+TEST_F(BrokenPipeGuard, AGuardWithItsOwnRecoveryRunsInsideAnother) {
+  BrokenPipe broken;
+  bool innerCompleted = true;
+  bool wroteAfterTheInnerGuard = false;
+  void (*handlerAfterTheInnerGuard)(int) = nullptr;
+  const bool outerCompleted = nuv::signals::GuardBrokenPipe(outerRecovery, OuterHandler, [&] {
+    innerCompleted = nuv::signals::GuardBrokenPipe([&] { WroteAByte(broken.fds[1]); });
+    struct sigaction current {};
+    sigaction(SIGPIPE, nullptr, &current);
+    handlerAfterTheInnerGuard = current.sa_handler;
+    wroteAfterTheInnerGuard = WroteAByte(broken.fds[1]);
+  });
+  EXPECT_FALSE(innerCompleted);
+  EXPECT_EQ(handlerAfterTheInnerGuard, OuterHandler);
+  EXPECT_FALSE(outerCompleted);
+  EXPECT_FALSE(wroteAfterTheInnerGuard);
+  raise(SIGPIPE);
+  EXPECT_EQ(handledSignals, 1);
+}
+
 }  // namespace

@@ -1,6 +1,8 @@
-/// \file Uses the installed library: a lock word, the status texts, and a private pool holding a
-/// string-keyed hash table.
+/// \file Uses the installed library: a lock word, the status texts, a private pool holding a
+/// string-keyed hash table, and a framed record over a socket pair.
 #include <nuv/nuv.h>
+
+#include <sys/socket.h>
 
 #include <cstdio>
 #include <cstring>
@@ -34,10 +36,31 @@ bool StringTableWorks() {
   return found;
 }
 
+bool RecordTravels() {
+  NuvMempool* pool = nullptr;
+  int ends[2];
+  if (NuvMempool::Allocate("consumer", 64 * 1024, false, nullptr, false, pool) != kNuvOk ||
+      socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
+    return false;
+  }
+  unsigned got = 0;
+  {
+    const ref<NuvSocket> writer(new (pool) NuvSocket(ends[0]));
+    const ref<NuvSocket> reader(new (pool) NuvSocket(ends[1]));
+    const unsigned sent = 42;
+    if (writer->Send(&sent, sizeof sent) != static_cast<int>(kNuvOk) ||
+        reader->Receive(&got, sizeof got) != static_cast<int>(kNuvOk)) {
+      got = 0;
+    }
+  }
+  delete pool;
+  return got == 42;
+}
+
 }  // namespace
 
 int main() {
-  if (!LockWordWorks() || !StringTableWorks()) {
+  if (!LockWordWorks() || !StringTableWorks() || !RecordTravels()) {
     return 1;
   }
   std::printf("installed Nuv works: %s\n", NuvStatusText(kNuvOk));

@@ -115,30 +115,49 @@ ChildOutcome RunInChild(const std::function<void()>& body, std::chrono::millisec
   return ChildProcess(body).Finish(deadline);
 }
 
-ChildOutcome RunProgram(const std::string& program, const std::vector<std::string>& args,
-                        std::chrono::milliseconds deadline) {
+namespace {
+
+std::vector<std::string> Environment() {
   std::vector<std::string> env;
   for (char** variable = environ; *variable != nullptr; ++variable) {
     env.emplace_back(*variable);
   }
-  return RunProgramWithEnvironment(program, args, env, deadline);
+  return env;
 }
 
-ChildOutcome RunProgramWithEnvironment(const std::string& program,
-                                       const std::vector<std::string>& args,
-                                       const std::vector<std::string>& env,
-                                       std::chrono::milliseconds deadline) {
+// The child runs exec at once: it has its own copy of the vectors by then.
+std::unique_ptr<ChildProcess> StartProgramWithEnvironment(const std::string& program,
+                                                          const std::vector<std::string>& args,
+                                                          const std::vector<std::string>& env) {
   std::vector<std::string> words = SplitOnTabs(NUV_TEST_EMULATOR);
   words.push_back(program);
   words.insert(words.end(), args.begin(), args.end());
   std::vector<std::string> variables = env;
   std::vector<char*> argv = Pointers(words);
   std::vector<char*> envp = Pointers(variables);
-  return ChildProcess([&argv, &envp] {
-           execvpe(argv[0], argv.data(), envp.data());
-           _exit(127);
-         })
-      .Finish(deadline);
+  return std::make_unique<ChildProcess>([&argv, &envp] {
+    execvpe(argv[0], argv.data(), envp.data());
+    _exit(127);
+  });
+}
+
+}  // namespace
+
+ChildOutcome RunProgram(const std::string& program, const std::vector<std::string>& args,
+                        std::chrono::milliseconds deadline) {
+  return RunProgramWithEnvironment(program, args, Environment(), deadline);
+}
+
+ChildOutcome RunProgramWithEnvironment(const std::string& program,
+                                       const std::vector<std::string>& args,
+                                       const std::vector<std::string>& env,
+                                       std::chrono::milliseconds deadline) {
+  return StartProgramWithEnvironment(program, args, env)->Finish(deadline);
+}
+
+std::unique_ptr<ChildProcess> StartProgram(const std::string& program,
+                                           const std::vector<std::string>& args) {
+  return StartProgramWithEnvironment(program, args, Environment());
 }
 
 std::string HelperPath(const std::string& name) {

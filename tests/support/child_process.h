@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdio>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -60,6 +61,10 @@ ChildOutcome RunProgramWithEnvironment(
     const std::string& program, const std::vector<std::string>& args,
     const std::vector<std::string>& env,
     std::chrono::milliseconds deadline = std::chrono::seconds(8));
+
+/// Starts an independent program as RunProgram does, without waiting for it: its Finish waits.
+std::unique_ptr<ChildProcess> StartProgram(const std::string& program,
+                                           const std::vector<std::string>& args);
 
 /// The path of a helper program built beside the tests.
 std::string HelperPath(const std::string& name);

@@ -1,0 +1,80 @@
+/// \file What the socket tests share: a private pool, a socket path of the test's own, connected
+/// pairs, and the count of the process's open descriptors.
+#ifndef NUV_TESTS_NET_SOCKET_FIXTURE_H
+#define NUV_TESTS_NET_SOCKET_FIXTURE_H
+
+#include <nuv/socket.h>
+#include <nuv/status.h>
+
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "support/private_pool.h"
+
+namespace nuv::test {
+
+/// The descriptors this process has open, counted in /proc/self/fd (the directory's own
+/// descriptor left out).
+inline int OpenDescriptors() {
+  DIR* directory = opendir("/proc/self/fd");
+  if (directory == nullptr) {
+    return -1;
+  }
+  int count = 0;
+  while (const dirent* entry = readdir(directory)) {
+    count += entry->d_name[0] != '.' ? 1 : 0;
+  }
+  closedir(directory);
+  return count - 1;
+}
+
+/// A socket path of the test's own in /tmp, removed before and after the test.
+inline std::string TestSocketPath(const char* what) {
+  return "/tmp/nuvsock_" + std::to_string(getpid()) + "_" + what;
+}
+
+/// A private pool, a path for the test's server, and the two ends of a connection through it.
+class SocketTest : public PrivatePoolTest {
+ protected:
+  void SetUp() override {
+    PrivatePoolTest::SetUp();
+    pathM = TestSocketPath("server");
+    unlink(pathM.c_str());
+  }
+  void TearDown() override {
+    serverM = nullptr;
+    clientM = nullptr;
+    acceptedM = nullptr;
+    unlink(pathM.c_str());
+    PrivatePoolTest::TearDown();
+  }
+
+  const char* Path() const { return pathM.c_str(); }
+
+  /// Opens the test's server on its path.
+  void Listen() { ASSERT_EQ(NuvServer::Create(Pool(), Path(), serverM), static_cast<int>(kNuvOk)); }
+  /// Listens, connects a client and accepts it: Client() and Accepted() are the two ends.
+  void Connect() {
+    ASSERT_NO_FATAL_FAILURE(Listen());
+    ASSERT_EQ(NuvSocket::Connect(Pool(), Path(), clientM), static_cast<int>(kNuvOk));
+    ASSERT_EQ(serverM->Accept(acceptedM), static_cast<int>(kNuvOk));
+  }
+
+  ref<NuvServer>& Server() { return serverM; }
+  ref<NuvSocket>& Client() { return clientM; }
+  ref<NuvSocket>& Accepted() { return acceptedM; }
+
+ private:
+  std::string pathM;
+  ref<NuvServer> serverM;
+  ref<NuvSocket> clientM;
+  ref<NuvSocket> acceptedM;
+};
+
+}  // namespace nuv::test
+
+#endif  // NUV_TESTS_NET_SOCKET_FIXTURE_H
