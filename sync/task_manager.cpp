@@ -41,8 +41,9 @@ NuvTaskManager::~NuvTaskManager() {
   }
 }
 
-// Wakes an idle worker; never stores a wake-up, so the count stays at 0 or below.
-void NuvTaskManager::WakeWorker() { wakeM->vwaiter(); }
+// Wakes an idle worker; never stores a wake-up, so the count stays at 0 or below. Returns the
+// wake-up's result.
+int NuvTaskManager::WakeWorker() { return wakeM->vwaiter(); }
 
 int NuvTaskManager::Add(NuvTask* task) {
   nuv::TakeWord(&lockM);
@@ -54,7 +55,7 @@ int NuvTaskManager::Add(NuvTask* task) {
   }
   Sort();
   nuv::GiveWord(&lockM);
-  return wakeM->vwaiter();
+  return WakeWorker();
 }
 
 void NuvTaskManager::Remove(NuvTask* task) { Remove(task, true); }

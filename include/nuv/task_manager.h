@@ -87,7 +87,7 @@ class NuvTaskManager : public NuvCore {
  private:
   friend struct NuvTaskLayout;
 
-  void WakeWorker();
+  int WakeWorker();
   bool FSameTurn(const NuvTask* task) const;
   bool WaitForWork();
   void RunOnce();
