@@ -1,6 +1,8 @@
 /// \file The failure injection of the kernel path, for tests.
 #include "core/kernel.h"
 
+#include <unistd.h>
+
 #include <cstring>
 
 namespace nuv::kernel {
@@ -20,6 +22,11 @@ bool detail::TakeInjected(const char* name, int* error) {
     injection.name = nullptr;
   }
   return true;
+}
+
+Result Close(int fd) {
+  static constexpr Call kClose{"close", -1, 0, false};
+  return Make(kClose, [fd] { return close(fd); });
 }
 
 void FailNextForTesting(const char* name, int error, int times, int spared) {

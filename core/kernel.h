@@ -71,6 +71,10 @@ Result Make(const Call& call, Fn fn) {
   }
 }
 
+/// close(fd), made as the call "close" (not made again when interrupted): every close of the
+/// library goes through here.
+Result Close(int fd);
+
 /// A failure that the behaviour says to ignore: the reason says why, where it happens.
 inline void Ignore(const Result& /*result*/, const char* /*reason*/) {}
 

@@ -25,7 +25,6 @@ constexpr int kSyslogLocal0 = 16;
 // Failures of the log's own calls fall back to standard output: a log never reports.
 constexpr nuv::kernel::Call kSocket{"socket", -1, 0, false};
 constexpr nuv::kernel::Call kConnect{"connect", -1, 0, false};
-constexpr nuv::kernel::Call kClose{"close", -1, 0, false};
 constexpr nuv::kernel::Call kWrite{"write", -1, 0, false};
 
 // One copy per process; a forked child inherits the parent's and notices it in GetState().
@@ -65,8 +64,7 @@ LogState& GetState() {
 }
 
 void Close(int fd) {
-  nuv::kernel::Ignore(nuv::kernel::Make(kClose, [fd] { return close(fd); }),
-                      "the log connection is dropped whatever close says");
+  nuv::kernel::Ignore(nuv::kernel::Close(fd), "the log connection is dropped whatever close says");
 }
 
 bool ConnectTo(int socketFd, sockaddr_un* address, const char* path) {

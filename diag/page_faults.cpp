@@ -17,7 +17,6 @@ using nuv::kernel::Result;
 
 constexpr Call kOpen{"open", -1, 0, false};
 constexpr Call kRead{"read", -1, 0, false};
-constexpr Call kClose{"close", -1, 0, false};
 
 constexpr int kPathSize = 32;
 constexpr int kStatSize = 255;
@@ -46,7 +45,7 @@ unsigned NPageFaults(int pid) {
   const auto fd = static_cast<int>(opened.value);
   char text[kStatSize] = {};
   const Result count = Make(kRead, [fd, &text] { return read(fd, text, kStatSize - 1); });
-  nuv::kernel::Ignore(Make(kClose, [fd] { return close(fd); }),
+  nuv::kernel::Ignore(nuv::kernel::Close(fd),
                       "a file that was only read; the descriptor is given up either way");
   // A failed read is an empty text.
   text[count.Failed() ? 0 : count.value] = '\0';

@@ -1,7 +1,7 @@
 /// \file Local stream sockets: a new one, its address, and giving one up.
 #include "net/local_socket.h"
 
-#include <unistd.h>
+#include <sys/un.h>
 #include <cstring>
 
 #include "core/kernel.h"
@@ -10,7 +10,6 @@ namespace nuv::net {
 namespace {
 
 constexpr kernel::Call kSocket{"socket", -1, 0, false};
-constexpr kernel::Call kClose{"close", -1, 0, false};
 constexpr size_t kPathCharacters = sizeof(sockaddr_un{}.sun_path) - 1;
 constexpr socklen_t kAddressLength = 110;
 static_assert(sizeof(sockaddr_un) == kAddressLength, "family and a 108-byte path field");
@@ -30,9 +29,6 @@ int NewStreamSocket() {
       kernel::Make(kSocket, [] { return socket(AF_UNIX, SOCK_STREAM, 0); }).value);
 }
 
-void GiveUp(int fd) {
-  kernel::Ignore(kernel::Make(kClose, [fd] { return close(fd); }),
-                 "the descriptor is given up either way");
-}
+void GiveUp(int fd) { kernel::Ignore(kernel::Close(fd), "the descriptor is given up either way"); }
 
 }  // namespace nuv::net

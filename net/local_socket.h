@@ -4,7 +4,6 @@
 #define NUV_NET_LOCAL_SOCKET_H
 
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include "core/kernel.h"
 

@@ -15,7 +15,6 @@ namespace {
 constexpr nuv::kernel::Call kBind{"bind", -1, 0, false};
 constexpr nuv::kernel::Call kListen{"listen", -1, 0, false};
 constexpr nuv::kernel::Call kAccept{"accept", -1, 0, false};
-constexpr nuv::kernel::Call kClose{"close", -1, 0, false};
 constexpr nuv::kernel::Call kUnlink{"unlink", -1, 0, false};
 constexpr int kBacklog = 5;
 
@@ -44,9 +43,7 @@ NuvServer::~NuvServer() {
     GetPool()->Free(nameM);
   }
   if (fdM != -1) {
-    const int fd = fdM;
-    NUV_ASSERT_AT(!nuv::kernel::Make(kClose, [fd] { return close(fd); }).Failed(), 155,
-                  "NuvServer");
+    NUV_ASSERT_AT(!nuv::kernel::Close(fdM).Failed(), 155, "NuvServer");
   }
 }
 

@@ -5,7 +5,6 @@
 #include <nuv/time.h>
 
 #include <sys/socket.h>
-#include <unistd.h>
 #include <cerrno>
 
 #include "core/kernel.h"
@@ -16,7 +15,6 @@ namespace {
 
 constexpr nuv::kernel::Call kConnect{"connect", -1, 0, false};
 constexpr nuv::kernel::Call kSetsockopt{"setsockopt", -1, 0, false};
-constexpr nuv::kernel::Call kClose{"close", -1, 0, false};
 constexpr int kLingerSeconds = 100;
 
 // Unsent data is kept for up to 100 seconds after close; a refusal only costs that.
@@ -50,15 +48,11 @@ int NuvSocket::Connect(NuvMempool* pool, const char* path, ref<NuvSocket>& out) 
 NuvSocket::NuvSocket(int fd) : NuvCore(NuvMempool::nuv), fdM(fd) {}
 
 NuvSocket::~NuvSocket() {
-  const int fd = fdM;
-  nuv::kernel::Ignore(nuv::kernel::Make(kClose, [fd] { return close(fd); }),
+  nuv::kernel::Ignore(nuv::kernel::Close(fdM),
                       "the socket is given up either way; CloseFd may have closed it");
 }
 
-int NuvSocket::CloseFd() const {
-  const int fd = fdM;
-  return static_cast<int>(nuv::kernel::Make(kClose, [fd] { return close(fd); }).value);
-}
+int NuvSocket::CloseFd() const { return static_cast<int>(nuv::kernel::Close(fdM).value); }
 
 bool NuvSocket::IsDataPresent() const {
   NuvFdSet readable;

@@ -44,7 +44,6 @@ using nuv::kernel::Result;
 constexpr Call kAccess{"access", -1, ENOENT, false};
 constexpr Call kUnlink{"unlink", -1, ENOENT, false};
 constexpr Call kOpen{"open", -1, 0, false};
-constexpr Call kClose{"close", -1, 0, false};
 constexpr Call kRead{"read", -1, 0, false};
 constexpr Call kWrite{"write", -1, 0, false};
 constexpr Call kMmap{"mmap", -1, 0, false};  // MAP_FAILED, the address -1
@@ -62,9 +61,7 @@ Result Open(const char* path, int flags, mode_t mode = 0) {
   return Make(kOpen, [=] { return open(path, flags, mode); });
 }
 
-void Close(int fd) {
-  Ignore(Make(kClose, [fd] { return close(fd); }), "the descriptor is given up either way");
-}
+void Close(int fd) { Ignore(nuv::kernel::Close(fd), "the descriptor is given up either way"); }
 
 void* Map(void* wanted, unsigned length, int flags, int fd) {
   return reinterpret_cast<void*>(

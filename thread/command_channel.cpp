@@ -33,9 +33,7 @@ const Ends* Find(const NuvThread* thread) {
 
 void CloseEnd(int fd) {
   if (fd != -1) {
-    nuv::kernel::Ignore(
-        nuv::kernel::Make(nuv::kernel::Call{"close", -1, 0, false}, [fd] { return close(fd); }),
-        "the descriptor is gone either way");
+    nuv::kernel::Ignore(nuv::kernel::Close(fd), "the descriptor is gone either way");
   }
 }
 

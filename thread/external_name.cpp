@@ -28,12 +28,9 @@ using nuv::kernel::Result;
 
 constexpr Call kOpen{"open", -1, 0, false};
 constexpr Call kRead{"read", -1, 0, false};
-constexpr Call kClose{"close", -1, 0, false};
 constexpr Call kIoctl{"ioctl", -1, 0, false};
 
-void Close(int fd) {
-  Ignore(Make(kClose, [fd] { return close(fd); }), "the descriptor is given up either way");
-}
+void Close(int fd) { Ignore(nuv::kernel::Close(fd), "the descriptor is given up either way"); }
 
 }  // namespace
 

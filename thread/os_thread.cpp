@@ -30,11 +30,10 @@ constexpr int kLastClosedFd = 29;
 
 constexpr nuv::kernel::Call kFork{"fork", -1, 0, false};
 constexpr nuv::kernel::Call kPipe{"pipe", -1, 0, false};
-constexpr nuv::kernel::Call kClose{"close", -1, 0, false};
 constexpr nuv::kernel::Call kKill{"kill", -1, 0, false};
 
 void CloseQuietly(int fd, const char* reason) {
-  nuv::kernel::Ignore(nuv::kernel::Make(kClose, [fd] { return close(fd); }), reason);
+  nuv::kernel::Ignore(nuv::kernel::Close(fd), reason);
 }
 
 void FillLaunchRecord(int (*entry)(long), long arg, bool shared, bool report, const char* name,
