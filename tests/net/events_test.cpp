@@ -233,11 +233,10 @@ using BadEvent = SocketTest;
 // A receive run in a child, whose records go to its standard output with debug records on.
 struct ChildReceive {
   ChildOutcome outcome;
-  int pid = 0;
 
   // The child's "pridebug" records under the tag "NuvSocket".
   std::vector<std::string> Records() const {
-    return nuv::test::LogRecords(outcome.out, kDebugRecordValue, "NuvSocket", pid);
+    return nuv::test::LogRecords(outcome.out, kDebugRecordValue, "NuvSocket", outcome.pid);
   }
   // Receive's result, told by the exit code; 100 when the caller's buffer was written.
   int Result() const { return outcome.Exited() ? outcome.ExitCode() : -1; }
@@ -260,9 +259,7 @@ std::unique_ptr<ChildProcess> StartReceive(NuvSocket* socket, unsigned length) {
 }
 
 ChildReceive ReceiveInChild(NuvSocket* socket, unsigned length) {
-  std::unique_ptr<ChildProcess> child = StartReceive(socket, length);
-  const int pid = child->Pid();
-  return {child->Finish(), pid};
+  return {StartReceive(socket, length)->Finish()};
 }
 
 // What a child's exit code says of each result.
@@ -296,7 +293,7 @@ TEST_F(BadEvent, ReceiveWithALongerLengthWaitsForThatManyBytes) {
   ASSERT_TRUE(nuv::test::WaitUntil([pid] { return nuv::test::ProcessState(pid) == 'S'; }));
   EXPECT_EQ(waitpid(pid, nullptr, WNOHANG), 0) << "the receive did not wait";
   ASSERT_NO_FATAL_FAILURE(WriteRaw(Client()->GetFd(), Payload(4)));
-  const ChildReceive receive{child->Finish(), pid};
+  const ChildReceive receive{child->Finish()};
   EXPECT_EQ(receive.Result(), kExitBadRecord);
   EXPECT_EQ(receive.Records(), std::vector<std::string>{"Bad event size: 12 versus 16"});
 }

@@ -174,21 +174,18 @@ TEST_F(Select, ErrnoIsClearedFirst) {
 // A Select run in a child with every record on its standard output, debug ones included.
 struct ChildSelect {
   ChildOutcome outcome;
-  int pid = 0;
 
   std::vector<std::string> Records(int value) const {
-    return nuv::test::LogRecords(outcome.out, value, kTag, pid);
+    return nuv::test::LogRecords(outcome.out, value, kTag, outcome.pid);
   }
 };
 
 ChildSelect SelectInChild(const std::function<void()>& body) {
-  ChildProcess child([&body] {
+  return {nuv::test::RunInChild([&body] {
     NuvLogger::LogTty(true);
     NuvLogger::MinLog(NuvLogger::pridebug);
     body();
-  });
-  const int pid = child.Pid();
-  return {child.Finish(), pid};
+  })};
 }
 
 TEST_F(Select, NoMemoryIsLoggedAndTriedAgain) {
@@ -299,12 +296,7 @@ TEST_F(Select, InterruptingSignalStopsAtAssertion743) {
   const int pid = child.Pid();
   ASSERT_TRUE(nuv::test::WaitUntil([pid] { return nuv::test::ProcessState(pid) == 'S'; }));
   kill(pid, SIGUSR2);
-  nuv::test::FatalReport report;
-  report.pid = pid;
-  report.outcome = child.Finish();
-  report.errLines = nuv::test::Lines(report.outcome.err);
-  report.assertionRecords = nuv::test::LogRecords(report.outcome.out, nuv::test::kAlertRecordValue,
-                                                  "NuvAssertionFailure", pid);
+  const nuv::test::FatalReport report = nuv::test::ReadFatalReport(child.Finish());
   nuv::test::ExpectLibraryAssertion(report, "Select", 743);
   const std::vector<std::string> records =
       nuv::test::LogRecords(report.outcome.out, kErrRecordValue, kTag, pid);

@@ -15,11 +15,13 @@
 
 #include "core/kernel.h"
 #include "net/socket_fixture.h"
+#include "support/descriptors.h"
 #include "support/fatal_report.h"
 #include "support/pool_usage.h"
 
 namespace {
 
+using nuv::test::IsOpen;
 using nuv::test::OpenDescriptors;
 using nuv::test::SocketTest;
 
@@ -33,8 +35,6 @@ bool IsSocketFile(const std::string& path) {
 }
 
 bool Exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
-
-bool IsOpen(int fd) { return fcntl(fd, F_GETFD) != -1; }
 
 class Servers : public SocketTest {
  protected:

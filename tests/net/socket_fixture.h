@@ -1,5 +1,5 @@
-/// \file What the socket tests share: a private pool, a socket path of the test's own, connected
-/// pairs, and the count of the process's open descriptors.
+/// \file What the socket tests share: a private pool, a socket path of the test's own, and
+/// connected pairs.
 #ifndef NUV_TESTS_NET_SOCKET_FIXTURE_H
 #define NUV_TESTS_NET_SOCKET_FIXTURE_H
 
@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <string>
@@ -16,21 +15,6 @@
 #include "support/private_pool.h"
 
 namespace nuv::test {
-
-/// The descriptors this process has open, counted in /proc/self/fd (the directory's own
-/// descriptor left out).
-inline int OpenDescriptors() {
-  DIR* directory = opendir("/proc/self/fd");
-  if (directory == nullptr) {
-    return -1;
-  }
-  int count = 0;
-  while (const dirent* entry = readdir(directory)) {
-    count += entry->d_name[0] != '.' ? 1 : 0;
-  }
-  closedir(directory);
-  return count - 1;
-}
 
 /// A socket path of the test's own in /tmp, removed before and after the test.
 inline std::string TestSocketPath(const char* what) {

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -16,12 +15,13 @@
 #include "core/kernel.h"
 #include "net/socket_fixture.h"
 #include "support/child_process.h"
+#include "support/descriptors.h"
 #include "support/log_lines.h"
 
 namespace {
 
 using nuv::test::ChildOutcome;
-using nuv::test::ChildProcess;
+using nuv::test::IsOpen;
 using nuv::test::OpenDescriptors;
 using nuv::test::SocketTest;
 
@@ -29,8 +29,6 @@ constexpr int kOk = static_cast<int>(kNuvOk);
 constexpr int kFailed = static_cast<int>(kNuvSocketFailed);
 // Priority value of the linger warning: facility "facnuv" (local0), priority "priwarn".
 constexpr int kWarnRecordValue = 132;
-
-bool IsOpen(int fd) { return fcntl(fd, F_GETFD) != -1; }
 
 class Sockets : public SocketTest {
  protected:
@@ -78,16 +76,14 @@ TEST_F(Sockets, ConnectAsksForALingerTimeOf100Seconds) {
 
 TEST_F(Sockets, RefusedLingerIsLoggedAndTheConnectionIsKept) {
   ASSERT_NO_FATAL_FAILURE(Listen());
-  ChildProcess child([this] {
+  const ChildOutcome outcome = nuv::test::RunInChild([this] {
     nuv::kernel::FailNextForTesting("setsockopt", EINVAL);
     ref<NuvSocket> client;
     const int result = NuvSocket::Connect(Pool(), Path(), client);
     _exit(result == kOk && client ? 0 : 1);
   });
-  const int pid = child.Pid();
-  const ChildOutcome outcome = child.Finish();
   EXPECT_TRUE(outcome.Exited() && outcome.ExitCode() == 0) << outcome.status;
-  EXPECT_EQ(nuv::test::LogRecords(outcome.out, kWarnRecordValue, "NuvSocket", pid),
+  EXPECT_EQ(nuv::test::LogRecords(outcome.out, kWarnRecordValue, "NuvSocket", outcome.pid),
             std::vector<std::string>{"setsockopt SO_LINGER failed, err = 22"});
 }
 

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "support/child_process.h"
+#include "support/descriptors.h"
 #include "support/pool_prefix.h"
 
 namespace {
@@ -45,8 +46,6 @@ char* Bytes(NuvMempool* pool) { return reinterpret_cast<char*>(pool); }
 unsigned FirstWord(const NuvMempool* pool) { return *reinterpret_cast<const unsigned*>(pool); }
 
 bool FileExists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
-
-bool DescriptorOpen(int fd) { return fcntl(fd, F_GETFD) != -1; }
 
 // The descriptor that the next open will get.
 int NextDescriptor() {
@@ -189,7 +188,7 @@ TEST_F(PoolLifeCycle, AllocateOfANamedPoolEntersItAtTheHeadOfTheList) {
   NuvMempool* pool = Allocate("named");
   ASSERT_NE(pAllMempoolsG, nullptr);
   EXPECT_EQ(pAllMempoolsG->pool, pool);
-  EXPECT_TRUE(DescriptorOpen(pAllMempoolsG->fd));
+  EXPECT_TRUE(nuv::test::IsOpen(pAllMempoolsG->fd));
   EXPECT_EQ(FindMempoolLocal(pool), pAllMempoolsG);
   EXPECT_TRUE(FileExists(Prefix().PathOf("named")));
   delete pool;
@@ -252,7 +251,7 @@ TEST_F(PoolLifeCycle, DestructorRemovesTheEntryAndClosesTheDescriptor) {
   const int fd = FindMempoolLocal(pool)->fd;
   delete pool;
   EXPECT_EQ(FindMempoolLocal(pool), nullptr);
-  EXPECT_FALSE(DescriptorOpen(fd));
+  EXPECT_FALSE(nuv::test::IsOpen(fd));
   EXPECT_FALSE(HeldByAProcess(Prefix().PathOf("detached")));
 }
 

@@ -71,6 +71,7 @@ int ChildOutcome::Signal() const { return WTERMSIG(status); }
 
 ChildOutcome WaitWithDeadline(int pid, std::chrono::milliseconds deadline) {
   ChildOutcome outcome;
+  outcome.pid = pid;
   const auto giveUp = std::chrono::steady_clock::now() + deadline;
   const timespec poll{0, 1000000};
   while (waitpid(pid, &outcome.status, WNOHANG) == 0) {

@@ -13,6 +13,7 @@ namespace nuv::test {
 
 /// How a child ended and what it wrote.
 struct ChildOutcome {
+  int pid = 0;            // its process id
   int status = 0;         // waitpid status
   bool timedOut = false;  // killed at the deadline
   std::string out;        // standard output

@@ -18,9 +18,13 @@ FatalReport RunToFatalReport(const std::function<void()>& body, const std::strin
     NuvLogger::LogTty(true);
     body();
   });
+  return ReadFatalReport(child.Finish(), tag);
+}
+
+FatalReport ReadFatalReport(const ChildOutcome& outcome, const std::string& tag) {
   FatalReport report;
-  report.pid = child.Pid();
-  report.outcome = child.Finish();
+  report.pid = outcome.pid;
+  report.outcome = outcome;
   const std::string name = tag.empty() ? std::to_string(report.pid) : tag;
   report.records = LogRecords(report.outcome.out, kAlertRecordValue, name, report.pid);
   report.assertionRecords =

@@ -29,6 +29,9 @@ struct FatalReport {
 /// carry (the current thread's name, or empty for the child's pid).
 FatalReport RunToFatalReport(const std::function<void()>& body, const std::string& tag = "");
 
+/// The report of a child that has ended, whose log entries went to its standard output.
+FatalReport ReadFatalReport(const ChildOutcome& outcome, const std::string& tag = "");
+
 /// Checks that the child failed the library's check number line of function: the lines
 /// "Nuv Assertion Failure: " and "    Function, line N ()" on standard error, the one assertion
 /// record, and the end of the process that every failed check brings.

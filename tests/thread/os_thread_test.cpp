@@ -15,6 +15,7 @@
 
 #include "core/kernel.h"
 #include "support/child_process.h"
+#include "support/descriptors.h"
 #include "support/fatal_report.h"
 #include "support/polling.h"
 #include "support/shared_memory.h"
@@ -22,6 +23,7 @@
 
 namespace {
 
+using nuv::test::IsOpen;
 using nuv::test::RunInChild;
 using nuv::test::ThreadPoolTest;
 
@@ -44,8 +46,6 @@ struct OpenFds {
   volatile int thirtyOneOpen;
   volatile int done;
 };
-
-bool IsOpen(int fd) { return fcntl(fd, F_GETFD) != -1; }
 
 int RecordOpenFds(long arg) {
   auto* seen = reinterpret_cast<OpenFds*>(arg);
