@@ -14,8 +14,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <csignal>
-#include <cstdlib>
 #include <string>
+
+#include "examples/example_main.h"
 
 namespace {
 
@@ -158,26 +159,10 @@ void RunCrasher(NuvMempool* pool) {
 }  // namespace
 
 int main() {
-  if (getenv("NUV_POOL_PREFIX") == nullptr) {
-    setenv("NUV_POOL_PREFIX", ("nuv_example_" + std::to_string(getpid()) + "_").c_str(), 1);
-  }
-  NuvLogger::LogTty(true);
-  NuvMempool* pool = nullptr;
-  const unsigned made = NuvMempool::Allocate(kPoolName, kPoolSize, true, nullptr, true, pool);
-  if (made != kNuvOk) {
-    NuvLogger::Log(NuvLogger::facnuv, NuvLogger::prierr, kTag, "pool: %s", NuvStatusText(made));
-    return EXIT_FAILURE;
-  }
-  auto* self = new (pool) NuvThread("main");
-  self->UpRef();
-  pCurrentThreadG = self;
-  RunWorker(pool);
-  RunServer(pool);
-  RunBackground();
-  RunCrasher(pool);
-  pCurrentThreadG = nullptr;
-  self->DownRef();
-  delete pool;
-  NuvMempool::Clean(kPoolName);
-  return EXIT_SUCCESS;
+  return example::RunAsMainThread(kPoolName, kPoolSize, kTag, [](NuvMempool* pool) {
+    RunWorker(pool);
+    RunServer(pool);
+    RunBackground();
+    RunCrasher(pool);
+  });
 }

@@ -11,7 +11,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <cstdlib>
-#include <string>
+
+#include "examples/example_main.h"
 
 namespace {
 
@@ -132,10 +133,7 @@ int RunCreator(pid_t attacher, int readyFd) {
 }  // namespace
 
 int main() {
-  if (getenv("NUV_POOL_PREFIX") == nullptr) {
-    setenv("NUV_POOL_PREFIX", ("nuv_example_" + std::to_string(getpid()) + "_").c_str(), 1);
-  }
-  NuvLogger::LogTty(true);
+  example::StartExample();
   // Forked before the pool exists, so the second process inherits no mapping of it.
   int ready[2];
   if (pipe(ready) != 0) {

@@ -2,16 +2,15 @@
 /// a loop traced checkpoint by checkpoint with its report.
 #include <nuv/logger.h>
 #include <nuv/mempool.h>
-#include <nuv/status.h>
 #include <nuv/task_manager.h>
 #include <nuv/thread.h>
 #include <nuv/tracing.h>
 
 #include <unistd.h>
-#include <cstdlib>
 #include <cstring>
-#include <string>
 #include <vector>
+
+#include "examples/example_main.h"
 
 namespace {
 
@@ -96,24 +95,8 @@ void RunTracedLoop() {
 }  // namespace
 
 int main() {
-  if (getenv("NUV_POOL_PREFIX") == nullptr) {
-    setenv("NUV_POOL_PREFIX", ("nuv_example_" + std::to_string(getpid()) + "_").c_str(), 1);
-  }
-  NuvLogger::LogTty(true);
-  NuvMempool* pool = nullptr;
-  const unsigned made = NuvMempool::Allocate(kPoolName, kPoolSize, true, nullptr, true, pool);
-  if (made != kNuvOk) {
-    NuvLogger::Log(NuvLogger::facnuv, NuvLogger::prierr, kTag, "pool: %s", NuvStatusText(made));
-    return EXIT_FAILURE;
-  }
-  auto* self = new (pool) NuvThread("main");
-  self->UpRef();
-  pCurrentThreadG = self;
-  RunTasks(pool);
-  RunTracedLoop();
-  pCurrentThreadG = nullptr;
-  self->DownRef();
-  delete pool;
-  NuvMempool::Clean(kPoolName);
-  return EXIT_SUCCESS;
+  return example::RunAsMainThread(kPoolName, kPoolSize, kTag, [](NuvMempool* pool) {
+    RunTasks(pool);
+    RunTracedLoop();
+  });
 }
