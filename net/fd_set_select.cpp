@@ -6,7 +6,6 @@
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdint>
 #include <cstring>
 #include <iterator>
@@ -33,14 +32,6 @@ timeval Interval(const NuvTime& timeout) {
       static_cast<int32_t>(static_cast<uint32_t>(timeout.Nanoseconds() / 1000));
   constexpr int32_t kMicrosecondsPerSecond = 1000000;
   return timeval{microseconds / kMicrosecondsPerSecond, microseconds % kMicrosecondsPerSecond};
-}
-
-void Log(int pri, const char* format, ...) __attribute__((format(printf, 2, 3)));
-void Log(int pri, const char* format, ...) {
-  va_list args;  // NOLINT(cppcoreguidelines-init-variables): set by va_start
-  va_start(args, format);
-  nuv::log::Record(nuv::log::kFacilityNuv, pri, kTag, format, args);
-  va_end(args);
 }
 
 }  // namespace
@@ -85,12 +76,14 @@ struct NuvFdSetSelection {
     }
   }
   void LogFailure(int error, int nfds) const {
-    Log(nuv::log::kPriorityErr, "select() call failed with errno %d, fdMax %d\n", error, nfds);
+    nuv::log::Entry(nuv::log::kFacilityNuv, nuv::log::kPriorityErr, kTag,
+                    "select() call failed with errno %d, fdMax %d\n", error, nfds);
     static constexpr const char* kLines[kSets] = {"readFds->fdMaxM %d\n", "writeFds->fdMaxM %d\n",
                                                   "exceptFds->fdMaxM %d\n"};
     for (int which = 0; which < kSets; ++which) {
       if (sets[which] != nullptr) {
-        Log(nuv::log::kPriorityErr, kLines[which], sets[which]->fdMaxM);
+        nuv::log::Entry(nuv::log::kFacilityNuv, nuv::log::kPriorityErr, kTag, kLines[which],
+                        sets[which]->fdMaxM);
       }
     }
   }
@@ -123,12 +116,14 @@ int NuvFdSet::Select(NuvFdSet* readFds, NuvFdSet* writeFds, NuvFdSet* exceptFds,
     if (selected.error != ENOMEM) {
       break;
     }
-    Log(nuv::log::kPriorityErr, "Select() returned ENOMEM -- sleeping and trying again!");
+    nuv::log::Entry(nuv::log::kFacilityNuv, nuv::log::kPriorityErr, kTag,
+                    "Select() returned ENOMEM -- sleeping and trying again!");
     nuv::kernel::Ignore(nuv::kernel::Make(kUsleep, [] { return usleep(kPauseMicroseconds); }),
                         "a signal ends the pause early");
   }
   if (selected.error == ENOSYS) {
-    Log(nuv::log::kPriorityDebug, "select() call failed with ENOSYS ... not pausing\n");
+    nuv::log::Entry(nuv::log::kFacilityNuv, nuv::log::kPriorityDebug, kTag,
+                    "select() call failed with ENOSYS ... not pausing\n");
     selection.ClearBits();
     return static_cast<int>(selected.value);
   }
