@@ -21,8 +21,8 @@ class JsonParser {
 
  private:
   void SkipSpace() {
-    while (atM < textM.size() && (textM[atM] == ' ' || textM[atM] == '\n' ||
-                                  textM[atM] == '\t' || textM[atM] == '\r')) {
+    while (atM < textM.size() &&
+           (textM[atM] == ' ' || textM[atM] == '\n' || textM[atM] == '\t' || textM[atM] == '\r')) {
       ++atM;
     }
   }
@@ -147,7 +147,7 @@ Json Json::Parse(const std::string& text, std::string* error) {
   JsonParser parser(text);
   if (!parser.Document(&value)) {
     *error = "not JSON at byte " + std::to_string(parser.At());
-    return Json();
+    return {};
   }
   return value;
 }
@@ -163,15 +163,6 @@ const Json& Json::operator[](const char* key) const {
     }
   }
   return NullValue();
-}
-
-bool Json::Has(const char* key) const {
-  for (const auto& member : membersM) {
-    if (member.first == key) {
-      return true;
-    }
-  }
-  return false;
 }
 
 Json Json::Without(const char* key) const {

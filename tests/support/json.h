@@ -28,7 +28,6 @@ class Json {
   const Json& operator[](std::size_t index) const;
   const Json& operator[](int index) const { return (*this)[static_cast<std::size_t>(index)]; }
   const Json& operator[](const char* key) const;
-  bool Has(const char* key) const;
   /// The same value without the member key of this object (other values: unchanged).
   Json Without(const char* key) const;
 

@@ -109,8 +109,7 @@ TEST_F(NuvpoolBadFileTest, ATruncatedPoolIsReadUpToItsEnd) {
 }
 
 TEST_F(NuvpoolBadFileTest, ATopSentinelOutsideTheFileIsReported) {
-  WriteChangedFixture(
-      [](PoolBytes& bytes, const Json&) { bytes.SetWord(8 + 16, 0xfffffff0); });
+  WriteChangedFixture([](PoolBytes& bytes, const Json&) { bytes.SetWord(8 + 16, 0xfffffff0); });
   ExpectFinding("are not in order inside the pool");
 }
 
@@ -165,9 +164,7 @@ TEST_F(NuvpoolBadFileTest, ASemaphoreQueueThatLoopsEnds) {
 }
 
 TEST_F(NuvpoolBadFileTest, AHeapPointerOutsideThePoolStopsTheWalk) {
-  WriteChangedFixture([](PoolBytes& bytes, const Json&) {
-    bytes.SetWord(8 + 12, 0x10);
-  });
+  WriteChangedFixture([](PoolBytes& bytes, const Json&) { bytes.SetWord(8 + 12, 0x10); });
   ExpectFinding("first sentinel pointer is 0x00000010");
 }
 
@@ -182,9 +179,13 @@ TEST_F(NuvpoolBadFileTest, AMissingPoolIsNamedInTheMessage) {
 }
 
 TEST_F(NuvpoolBadFileTest, BadArgumentsGiveTheUsage) {
-  for (const auto& args : std::vector<std::vector<std::string>>{
-           {}, {"inspect", "pool"}, {"show"}, {"show", "a", "b"}, {"list", "--bogus"},
-           {"show", "pool", "--owner", "orb"}, {"blocks", "pool", "--owner"}}) {
+  for (const auto& args : std::vector<std::vector<std::string>>{{},
+                                                                {"inspect", "pool"},
+                                                                {"show"},
+                                                                {"show", "a", "b"},
+                                                                {"list", "--bogus"},
+                                                                {"show", "pool", "--owner", "orb"},
+                                                                {"blocks", "pool", "--owner"}}) {
     const NuvpoolRun run = Nuvpool(args, false);
     EXPECT_EQ(run.outcome.ExitCode(), kFailed);
     EXPECT_NE(run.outcome.err.find("usage: nuvpool"), std::string::npos) << run.outcome.err;

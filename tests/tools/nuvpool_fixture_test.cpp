@@ -67,7 +67,7 @@ TEST_F(NuvpoolFixtureTest, ShowGivesFreeSpaceByBucket) {
 
 TEST_F(NuvpoolFixtureTest, ShowListsTheChunksLowestFirst) {
   const Json chunks = Nuvpool({"show", "fixture"}).json["chunks"];
-  ASSERT_EQ(chunks.Size(), 2u);
+  ASSERT_EQ(chunks.Size(), 2U);
   EXPECT_EQ(chunks[0]["owner"].String(), "glyph");
   EXPECT_EQ(chunks[0]["size"].Int(), 512);
   EXPECT_FALSE(chunks[0]["free"].Bool());
@@ -78,18 +78,18 @@ TEST_F(NuvpoolFixtureTest, ShowListsTheChunksLowestFirst) {
 
 TEST_F(NuvpoolFixtureTest, ShowGivesEveryQueueWithItsDepth) {
   const Json show = Nuvpool({"show", "fixture"}).json;
-  ASSERT_EQ(show["queues"].Size(), 2u);
+  ASSERT_EQ(show["queues"].Size(), 2U);
   EXPECT_EQ(show["queues"][0]["number"].Int(), 1);
   EXPECT_EQ(show["queues"][0]["depth"].Int(), 3);
   EXPECT_EQ(show["queues"][1]["number"].Int(), 42);
   EXPECT_EQ(show["queues"][1]["depth"].Int(), 0);
   EXPECT_EQ(show["queueBlocks"]["free"].Int(), 50);
-  EXPECT_EQ(show["heldLocks"].Size(), 0u);
+  EXPECT_EQ(show["heldLocks"].Size(), 0U);
 }
 
 TEST_F(NuvpoolFixtureTest, ShowFindsTheQueuesSemaphoresAndOneOfTheirClass) {
   const Json semaphores = Nuvpool({"show", "fixture"}).json["semaphores"];
-  ASSERT_EQ(semaphores.Size(), 5u);
+  ASSERT_EQ(semaphores.Size(), 5U);
   EXPECT_EQ(semaphores[0]["role"].String(), "receive of queue 1");
   EXPECT_EQ(semaphores[1]["role"].String(), "size of queue 1");
   EXPECT_EQ(semaphores[1]["count"].Int(), 5);
@@ -101,7 +101,7 @@ TEST_F(NuvpoolFixtureTest, ShowFindsTheQueuesSemaphoresAndOneOfTheirClass) {
 
 TEST_F(NuvpoolFixtureTest, ShowGivesTheRegistryEntries) {
   const Json registry = Nuvpool({"show", "fixture"}).json["registry"];
-  ASSERT_EQ(registry["entries"].Size(), 1u);
+  ASSERT_EQ(registry["entries"].Size(), 1U);
   EXPECT_EQ(registry["entries"][0]["id"].Int(), 7);
   EXPECT_EQ(registry["entries"][0]["owner"].String(), "control");
   EXPECT_EQ(registry["entries"][0]["references"].Int(), 1);
@@ -118,10 +118,10 @@ TEST_F(NuvpoolFixtureTest, SuggestedSizeHoldsTheHighWaterMarksInWholePages) {
 TEST_F(NuvpoolFixtureTest, ShowTextNamesEveryPart) {
   const NuvpoolRun run = Nuvpool({"show", "fixture"}, false);
   ASSERT_EQ(run.outcome.ExitCode(), 0);
-  for (const char* part : {"Pool \"fixture\"", "state: stale", "catalog", "fragmentation",
-                           "queue 1 at", "3 messages", "size of queue 42", "50 of 50 free",
-                           "id 7: object", "Lock words held: 0", "Suggested pool size:",
-                           "Check: sound"}) {
+  for (const char* part :
+       {"Pool \"fixture\"", "state: stale", "catalog", "fragmentation", "queue 1 at", "3 messages",
+        "size of queue 42", "50 of 50 free", "id 7: object", "Lock words held: 0",
+        "Suggested pool size:", "Check: sound"}) {
     EXPECT_NE(run.outcome.out.find(part), std::string::npos) << part << "\n" << run.outcome.out;
   }
 }
@@ -130,13 +130,13 @@ TEST_F(NuvpoolFixtureTest, CheckFindsTheFixtureSound) {
   const NuvpoolRun run = Nuvpool({"check", Path()});
   EXPECT_EQ(run.outcome.ExitCode(), 0);
   EXPECT_TRUE(run.json["sound"].Bool());
-  EXPECT_EQ(run.json["findings"].Size(), 0u);
+  EXPECT_EQ(run.json["findings"].Size(), 0U);
   EXPECT_EQ(run.json["chunks"].Int(), 2);
 }
 
 TEST_F(NuvpoolFixtureTest, BlocksListsTheLiveBlocksLargestFirst) {
   const Json blocks = Nuvpool({"blocks", "fixture"}).json;
-  ASSERT_GT(blocks["blocks"].Size(), 10u);
+  ASSERT_GT(blocks["blocks"].Size(), 10U);
   EXPECT_EQ(blocks["blocks"][0]["owner"].String(), "remote");
   EXPECT_EQ(blocks["blocks"][0]["size"].Int(), 3000);
   for (std::size_t i = 1; i < blocks["blocks"].Size(); ++i) {
@@ -148,7 +148,7 @@ TEST_F(NuvpoolFixtureTest, BlocksListsTheLiveBlocksLargestFirst) {
 
 TEST_F(NuvpoolFixtureTest, BlocksOfOneOwnerLeaveTheOthersOut) {
   const Json orb = Nuvpool({"blocks", "fixture", "--owner", "orb"}).json;
-  ASSERT_EQ(orb["blocks"].Size(), 1u);
+  ASSERT_EQ(orb["blocks"].Size(), 1U);
   EXPECT_EQ(orb["blocks"][0]["size"].Int(), 1000);
   EXPECT_EQ(orb["owner"].String(), "orb");
   EXPECT_EQ(orb["blocks"][0]["offset"].Int(),

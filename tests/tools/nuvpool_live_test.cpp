@@ -39,7 +39,9 @@ class NuvpoolLiveTest : public ::testing::Test {
   NuvMempool* Pool() const { return poolM; }
   std::string Path() const { return prefixM.PathOf("live"); }
   const ScopedPoolPrefix& Prefix() const { return prefixM; }
-  uint32_t Address(const void* p) const { return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(p)); }
+  static uint32_t Address(const void* p) {
+    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(p));
+  }
 
   /// Runs show until pred holds for its JSON, or the polling deadline passes.
   Json ShowWhen(const std::function<bool(const Json&)>& pred) const {
@@ -59,7 +61,7 @@ class NuvpoolLiveTest : public ::testing::Test {
 TEST_F(NuvpoolLiveTest, AnAttachedPoolIsActiveWithThisProcessAttached) {
   const Json show = Nuvpool({"show", "live"}).json;
   EXPECT_EQ(show["state"].String(), "active");
-  ASSERT_EQ(show["attached"].Size(), 1u);
+  ASSERT_EQ(show["attached"].Size(), 1U);
   EXPECT_EQ(show["attached"][0]["pid"].Int(), getpid());
   EXPECT_TRUE(show["attached"][0]["alive"].Bool());
 }
@@ -75,13 +77,15 @@ TEST_F(NuvpoolLiveTest, AReceiverWaitingIsNamedOnItsQueuesSemaphore) {
   const Json& receive = show["semaphores"][0];
   EXPECT_EQ(receive["role"].String(), "receive of queue " + std::to_string(number));
   EXPECT_EQ(receive["count"].Int(), -1);
-  ASSERT_EQ(receive["waiters"].Size(), 1u);
+  ASSERT_EQ(receive["waiters"].Size(), 1U);
   EXPECT_EQ(receive["waiters"][0]["pid"].Int(), receiver.Pid());
   EXPECT_TRUE(receive["waiters"][0]["alive"].Bool());
   const Json& waiting = show["queueBlocks"]["waiters"];
-  ASSERT_EQ(waiting.Size(), 1u);
+  ASSERT_EQ(waiting.Size(), 1U);
   EXPECT_EQ(waiting[0]["pid"].Int(), receiver.Pid());
   EXPECT_EQ(waiting[0]["semaphore"].Int(), receive["address"].Int());
+  ASSERT_EQ(show["queues"][0]["waitingReceivers"].Size(), 1U);
+  EXPECT_EQ(show["queues"][0]["waitingReceivers"][0].Int(), receiver.Pid());
   NuvMessage wake{1, {}};
   messenger->isend(number, wake, 0, nullptr);
   EXPECT_TRUE(receiver.Finish().Exited());
@@ -93,12 +97,12 @@ TEST_F(NuvpoolLiveTest, ASemaphoreWithWaitersListsEveryWaitingProcess) {
   ChildProcess first([&] { sema->psema(nullptr); });
   ChildProcess second([&] { sema->psema(nullptr); });
   const Json show = ShowWhen([](const Json& s) { return s["queueBlocks"]["free"].Int() == 48; });
-  ASSERT_EQ(show["semaphores"].Size(), 1u);
+  ASSERT_EQ(show["semaphores"].Size(), 1U);
   const Json& found = show["semaphores"][0];
   EXPECT_EQ(found["address"].Int(), Address(sema));
   EXPECT_EQ(found["owner"].String(), "catalog");
   EXPECT_EQ(found["count"].Int(), -2);
-  ASSERT_EQ(found["waiters"].Size(), 2u);
+  ASSERT_EQ(found["waiters"].Size(), 2U);
   const int64_t pids[] = {found["waiters"][0]["pid"].Int(), found["waiters"][1]["pid"].Int()};
   EXPECT_TRUE((pids[0] == first.Pid() && pids[1] == second.Pid()) ||
               (pids[0] == second.Pid() && pids[1] == first.Pid()));
@@ -110,11 +114,12 @@ TEST_F(NuvpoolLiveTest, ASemaphoreWithWaitersListsEveryWaitingProcess) {
 }
 
 TEST_F(NuvpoolLiveTest, AHeldLockWordIsListedAndNotOrphanedWhileItsHolderLives) {
-  volatile NuvLock* lock = reinterpret_cast<NuvLock*>(reinterpret_cast<char*>(Pool()) + kPoolLockOffset);
+  volatile NuvLock* lock =
+      reinterpret_cast<NuvLock*>(reinterpret_cast<char*>(Pool()) + kPoolLockOffset);
   uplock(lock);
   const Json show = Nuvpool({"show", "live"}).json;
   upunlock(lock);
-  ASSERT_EQ(show["heldLocks"].Size(), 1u);
+  ASSERT_EQ(show["heldLocks"].Size(), 1U);
   EXPECT_EQ(show["heldLocks"][0]["lock"].String(), "pool");
   EXPECT_EQ(show["heldLocks"][0]["address"].Int(), Address(Pool()) + kPoolLockOffset);
   EXPECT_FALSE(show["heldLocks"][0]["orphaned"].Bool());
@@ -131,7 +136,7 @@ TEST_F(NuvpoolLiveTest, ALockWordLeftHeldByAKilledProcessIsFlaggedLoudly) {
   ASSERT_TRUE(killed.Signalled() && killed.Signal() == SIGKILL);
   const NuvpoolRun json = Nuvpool({"show", "orphan"});
   EXPECT_EQ(json.json["state"].String(), "stale");
-  ASSERT_EQ(json.json["heldLocks"].Size(), 1u);
+  ASSERT_EQ(json.json["heldLocks"].Size(), 1U);
   EXPECT_EQ(json.json["heldLocks"][0]["lock"].String(), "pool");
   EXPECT_TRUE(json.json["heldLocks"][0]["orphaned"].Bool());
   const NuvpoolRun text = Nuvpool({"show", "orphan"}, false);
@@ -148,7 +153,7 @@ TEST_F(NuvpoolLiveTest, AStrayWriteIntoAFreeBlockIsFoundAtItsOffset) {
   EXPECT_EQ(run.outcome.ExitCode(), 1);
   EXPECT_EQ(run.outcome.err, "");
   EXPECT_FALSE(run.json["sound"].Bool());
-  ASSERT_EQ(run.json["findings"].Size(), 1u);
+  ASSERT_EQ(run.json["findings"].Size(), 1U);
   const Json& finding = run.json["findings"][0];
   EXPECT_EQ(finding["address"].Int(), Address(&words[3]));
   EXPECT_EQ(finding["offset"].Int(), Address(&words[3]) - Address(Pool()) + 8);
@@ -163,7 +168,7 @@ TEST_F(NuvpoolLiveTest, ABlockSizeOverwrittenStopsTheWalkWithAFinding) {
   words[-2] = header;
   EXPECT_EQ(run.outcome.ExitCode(), 1);
   EXPECT_EQ(run.outcome.err, "");
-  ASSERT_GE(run.json["findings"].Size(), 1u);
+  ASSERT_GE(run.json["findings"].Size(), 1U);
   EXPECT_NE(run.json["findings"][0]["what"].String().find("runs past the top sentinel"),
             std::string::npos);
   Pool()->Free(words);
@@ -175,14 +180,14 @@ TEST_F(NuvpoolLiveTest, ListGivesActiveAndStalePoolsAndLeavesOtherFilesOut) {
   std::ofstream(Prefix().PathOf("notes")) << "not a pool\n";
   const Json list = Nuvpool({"list", "--prefix", Prefix().Prefix()}).json;
   EXPECT_EQ(list["prefix"].String(), Prefix().Prefix());
-  ASSERT_EQ(list["pools"].Size(), 2u);
+  ASSERT_EQ(list["pools"].Size(), 2U);
   EXPECT_EQ(list["pools"][0]["name"].String(), "fixture");
   EXPECT_EQ(list["pools"][0]["state"].String(), "stale");
-  EXPECT_EQ(list["pools"][0]["attached"].Size(), 0u);
+  EXPECT_EQ(list["pools"][0]["attached"].Size(), 0U);
   EXPECT_EQ(list["pools"][0]["base"].Int(), 0x5a000000);
   EXPECT_EQ(list["pools"][1]["name"].String(), "live");
   EXPECT_EQ(list["pools"][1]["state"].String(), "active");
-  ASSERT_EQ(list["pools"][1]["attached"].Size(), 1u);
+  ASSERT_EQ(list["pools"][1]["attached"].Size(), 1U);
   EXPECT_EQ(list["pools"][1]["attached"][0].Int(), getpid());
   EXPECT_EQ(list["pools"][1]["size"].Int(), 64 * 1024);
 }
@@ -206,7 +211,8 @@ TEST_F(NuvpoolLiveTest, NuvpoolLeavesThePoolFileAsItWas) {
   EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
   EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
   std::ifstream again(Path(), std::ios::binary);
-  EXPECT_TRUE(std::string((std::istreambuf_iterator<char>(again)), std::istreambuf_iterator<char>()) == bytes);
+  EXPECT_TRUE(std::string((std::istreambuf_iterator<char>(again)),
+                          std::istreambuf_iterator<char>()) == bytes);
 }
 
 }  // namespace

@@ -21,7 +21,8 @@ NuvpoolRun Nuvpool(const std::vector<std::string>& args, bool json) {
 }
 
 std::string FixturePath(bool bigEndian) {
-  return std::string(NUV_TEST_DATA_DIR) + (bigEndian ? "/fixture-big.pool" : "/fixture-little.pool");
+  return std::string(NUV_TEST_DATA_DIR) +
+         (bigEndian ? "/fixture-big.pool" : "/fixture-little.pool");
 }
 
 bool NativeBigEndian() {
@@ -29,12 +30,18 @@ bool NativeBigEndian() {
   return *reinterpret_cast<const unsigned char*>(&one) == 0;
 }
 
-PoolBytes::PoolBytes(const std::string& path) {
+namespace {
+
+std::vector<unsigned char> ReadBytes(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  bytesM.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-  // The pool magic tells the order, as nuvpool finds it.
-  bigM = bytesM.size() > 8 && bytesM[8] == 0xa6;
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
+
+}  // namespace
+
+// The pool magic tells the order, as nuvpool finds it.
+PoolBytes::PoolBytes(const std::string& path)
+    : bytesM(ReadBytes(path)), bigM(bytesM.size() > 8 && bytesM[8] == 0xa6) {}
 
 uint32_t PoolBytes::Word(uint32_t offset) const {
   uint32_t value = 0;

@@ -2,8 +2,8 @@
 /// owners with free blocks between them, two chunks (the older one returned), two message queues
 /// (one holding three messages), a registered object and a semaphore of its own. Every step is
 /// the same on every target, so that pools built by the device and by the host read alike.
-#include <nuv/messenger.h>
 #include <nuv/mempool.h>
+#include <nuv/messenger.h>
 #include <nuv/registry.h>
 #include <nuv/seed.h>
 #include <nuv/semaphore.h>

@@ -9,8 +9,8 @@ namespace {
 
 constexpr uint64_t kPage = 4096;
 constexpr uint64_t kBlockHeader = 8;
-constexpr uint64_t kFixed = format::kFileHeaderSize + format::kPoolHeaderSize +
-                            2 * uint64_t{format::kSentinelSize};
+constexpr uint64_t kFixed =
+    format::kFileHeaderSize + format::kPoolHeaderSize + 2 * uint64_t{format::kSentinelSize};
 
 }  // namespace
 
@@ -26,7 +26,8 @@ FreeSpace MeasureFreeSpace(const PoolModel& model) {
   space.gap = model.Gap();
   space.largest = std::max(space.largestBlock, space.gap);
   const uint64_t total = uint64_t{space.bytes} + space.gap;
-  space.fragmentation = total == 0 ? 0.0 : 1.0 - static_cast<double>(space.largest) / static_cast<double>(total);
+  space.fragmentation =
+      total == 0 ? 0.0 : 1.0 - static_cast<double>(space.largest) / static_cast<double>(total);
   return space;
 }
 
@@ -36,8 +37,7 @@ uint32_t SuggestedPoolSize(const PoolModel& model) {
                           high.chunkBytesHigh + model.header.reserve;
   const uint64_t spared = needed + needed / 4;
   const uint64_t mapping = (spared + kPage - 1) / kPage * kPage;
-  return static_cast<uint32_t>(std::min<uint64_t>(mapping, UINT32_MAX) -
-                               format::kFileHeaderSize);
+  return static_cast<uint32_t>(std::min<uint64_t>(mapping, UINT32_MAX) - format::kFileHeaderSize);
 }
 
 }  // namespace nuvpool

@@ -25,33 +25,33 @@ void CheckFreePattern(const PoolImage& image, const Block& block, PoolModel* mod
     const uint32_t word = image.Word(static_cast<uint32_t>(at));
     if (word != format::kDeadBeef) {
       Note(model, static_cast<uint32_t>(at),
-           "free block at 0x%08x holds 0x%08x where freed memory holds 0x%08x", block.address,
-           word, format::kDeadBeef);
+           "free block at 0x%08x holds 0x%08x where freed memory holds 0x%08x", block.address, word,
+           format::kDeadBeef);
       return;
     }
   }
 }
 
-void CheckBlock(const PoolImage& image, const Block& block, const Block& below,
+void CheckBlock(const PoolImage& image, const Block& checked, const Block& below,
                 PoolModel* model) {
-  const uint32_t previousSize = image.Word(block.address + 4);
-  if (block.address - previousSize != below.address) {
-    Note(model, block.address + 4,
-         "block's previous size %u leads to 0x%08x, not to the block below at 0x%08x",
-         previousSize, block.address - previousSize, below.address);
+  const uint32_t previousSize = image.Word(checked.address + 4);
+  if (checked.address - previousSize != below.address) {
+    Note(model, checked.address + 4,
+         "block's previous size %u leads to 0x%08x, not to the block below at 0x%08x", previousSize,
+         checked.address - previousSize, below.address);
   }
-  if (block.user != 0) {
+  if (checked.user != 0) {
     return;
   }
-  if (block.size < format::kMinBlock) {
-    Note(model, block.address, "free block of %u bytes, below the least block of %u", block.size,
-         format::kMinBlock);
+  if (checked.size < format::kMinBlock) {
+    Note(model, checked.address, "free block of %u bytes, below the least block of %u",
+         checked.size, format::kMinBlock);
   }
   if (below.user == 0) {
-    Note(model, block.address, "free block beside the free block at 0x%08x: they were not merged",
+    Note(model, checked.address, "free block beside the free block at 0x%08x: they were not merged",
          below.address);
   }
-  CheckFreePattern(image, block, model);
+  CheckFreePattern(image, checked, model);
 }
 
 // A block that the walk can step over: at least a sentinel's size, and ending by the limit.

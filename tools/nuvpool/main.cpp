@@ -60,7 +60,7 @@ bool ParseArguments(int argc, char** argv, Arguments* arguments) {
     }
   }
   const bool wantsPool = !words.empty() && words[0] != "list";
-  if (words.size() != (wantsPool ? 2u : 1u)) {
+  if (words.size() != (wantsPool ? 2U : 1U)) {
     return false;
   }
   arguments->command = words[0];
@@ -76,9 +76,9 @@ int Fail(const std::string& message) {
 }
 
 // A pool file cut short by another process while it is mapped here faults on the lost pages.
-void OnBusError(int) {
+void OnBusError(int /*signal*/) {
   const char message[] = "nuvpool: the pool file shrank while it was being read\n";
-  (void)!write(STDERR_FILENO, message, sizeof message - 1);
+  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, message, sizeof message - 1);
   _exit(kFailed);
 }
 
@@ -92,9 +92,9 @@ int List(const Arguments& arguments) {
     if (!file.Open(path, &error) || !(image = PoolImage(file.Bytes(), file.Size())).Open(&error)) {
       continue;
     }
-    pools.push_back({name.substr(arguments.prefix.size()), path,
-                     static_cast<uint32_t>(file.Size()), image.Base(), image.Length(),
-                     image.Order(), FlockHolders(file.Device(), file.Inode())});
+    pools.push_back({name.substr(arguments.prefix.size()), path, static_cast<uint32_t>(file.Size()),
+                     image.Base(), image.Length(), image.Order(),
+                     FlockHolders(file.Device(), file.Inode())});
   }
   Print(arguments.json ? ListJson(arguments.prefix, pools) : ListText(arguments.prefix, pools));
   return kSound;
@@ -136,8 +136,8 @@ int main(int argc, char** argv) {
   Arguments arguments;
   const bool known = ParseArguments(argc, argv, &arguments);
   const std::string& command = arguments.command;
-  if (!known || (command != "list" && command != "show" && command != "check" &&
-                 command != "blocks")) {
+  if (!known ||
+      (command != "list" && command != "show" && command != "check" && command != "blocks")) {
     std::fputs(kUsage, stderr);
     return kFailed;
   }

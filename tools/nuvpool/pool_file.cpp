@@ -41,8 +41,8 @@ std::vector<std::string> FilesWithPrefix(const std::string& prefix) {
 }
 
 MappedFile::~MappedFile() {
-  if (bytesM != nullptr) {
-    munmap(const_cast<unsigned char*>(bytesM), sizeM);
+  if (mappingM != nullptr) {
+    munmap(mappingM, sizeM);
   }
 }
 
@@ -63,11 +63,11 @@ bool MappedFile::Open(const std::string& path, std::string* error) {
   } else if (static_cast<unsigned long long>(status.st_size) > UINT32_MAX) {
     *error = path + " is larger than any pool of 32-bit addresses";
   } else {
-    void* bytes = mmap(nullptr, static_cast<std::size_t>(status.st_size), PROT_READ, MAP_SHARED,
-                       fd, 0);
+    void* bytes =
+        mmap(nullptr, static_cast<std::size_t>(status.st_size), PROT_READ, MAP_SHARED, fd, 0);
     opened = bytes != MAP_FAILED;
     if (opened) {
-      bytesM = static_cast<const unsigned char*>(bytes);
+      mappingM = bytes;
       sizeM = static_cast<std::size_t>(status.st_size);
       deviceM = status.st_dev;
       inodeM = status.st_ino;

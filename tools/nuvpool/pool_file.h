@@ -27,17 +27,19 @@ class MappedFile {
   ~MappedFile();
   MappedFile(const MappedFile&) = delete;
   MappedFile& operator=(const MappedFile&) = delete;
+  MappedFile(MappedFile&&) = delete;
+  MappedFile& operator=(MappedFile&&) = delete;
 
   /// Maps the file at path; on failure error says why.
   bool Open(const std::string& path, std::string* error);
 
-  const unsigned char* Bytes() const { return bytesM; }
+  const unsigned char* Bytes() const { return static_cast<const unsigned char*>(mappingM); }
   std::size_t Size() const { return sizeM; }
   dev_t Device() const { return deviceM; }
   ino_t Inode() const { return inodeM; }
 
  private:
-  const unsigned char* bytesM = nullptr;
+  void* mappingM = nullptr;
   std::size_t sizeM = 0;
   dev_t deviceM = 0;
   ino_t inodeM = 0;

@@ -39,10 +39,10 @@ class PoolImage {
 
   std::size_t FileSize() const { return sizeM; }
   ByteOrder Order() const { return orderM; }
-  uint32_t Base() const { return baseM; }                      // where the pool's processes map it
-  uint32_t Length() const { return lengthM; }                  // the mapping length in the header
+  uint32_t Base() const { return baseM; }      // where the pool's processes map it
+  uint32_t Length() const { return lengthM; }  // the mapping length in the header
   uint32_t Pool() const { return baseM + format::kFileHeaderSize; }  // the pool header's address
-  uint32_t End() const { return endM; }                        // one past the last byte held
+  uint32_t End() const { return endM; }                              // one past the last byte held
 
   /// True when length bytes at address lie inside the file.
   bool Holds(uint32_t address, uint32_t length) const;

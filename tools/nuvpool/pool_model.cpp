@@ -32,9 +32,9 @@ uint32_t PoolModel::Gap() const {
 }
 
 const Block* PoolModel::BlockAt(uint32_t address) const {
-  const auto found = std::lower_bound(
-      blocks.begin(), blocks.end(), address,
-      [](const Block& block, uint32_t wanted) { return block.address < wanted; });
+  const auto found =
+      std::lower_bound(blocks.begin(), blocks.end(), address,
+                       [](const Block& block, uint32_t wanted) { return block.address < wanted; });
   return found != blocks.end() && found->address == address ? &*found : nullptr;
 }
 
@@ -49,9 +49,9 @@ const Block* PoolModel::AllocatedAt(uint32_t payload) const {
 }
 
 const Block* PoolModel::AllocatedAround(uint32_t address) const {
-  auto above = std::upper_bound(
-      blocks.begin(), blocks.end(), address,
-      [](uint32_t wanted, const Block& block) { return wanted < block.address; });
+  auto above =
+      std::upper_bound(blocks.begin(), blocks.end(), address,
+                       [](uint32_t wanted, const Block& block) { return wanted < block.address; });
   if (above == blocks.begin()) {
     return nullptr;
   }

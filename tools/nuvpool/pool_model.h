@@ -84,6 +84,7 @@ struct Queue {
   uint32_t lock = 0;
   uint32_t receive = 0;  // the semaphores' addresses, described under semaphores
   uint32_t size = 0;
+  std::vector<Waiter> receivers;  // the receive semaphore's waiters
 };
 
 struct QueueBlocks {

@@ -51,15 +51,15 @@ class ObjectReader {
 
   bool IsQueueBlock(uint32_t at) const {
     const uint32_t first = modelM->queueBlocks.address + kStockBlocks;
-    return modelM->queueBlocks.address != 0 && at >= first && at - first < kStockSize - kStockBlocks &&
-           (at - first) % kQueueBlockSize == 0;
+    return modelM->queueBlocks.address != 0 && at >= first &&
+           at - first < kStockSize - kStockBlocks && (at - first) % kQueueBlockSize == 0;
   }
 
   void ReadQueueBlocks() {
     const uint32_t stock = modelM->header.queueBlocks;
     if (!IsObject(*modelM, stock, kStockSize)) {
-      Note(modelM, modelM->Pool() + 32, "the wait-queue block stock 0x%08x is not an object of the pool",
-           stock);
+      Note(modelM, modelM->Pool() + 32,
+           "the wait-queue block stock 0x%08x is not an object of the pool", stock);
       return;
     }
     QueueBlocks& blocks = modelM->queueBlocks;
@@ -69,7 +69,8 @@ class ObjectReader {
     std::set<uint32_t> seen;
     for (uint32_t at = Word(stock + kStockFree); at != 0; at = Word(at + 4)) {
       if (!IsQueueBlock(at) || !seen.insert(at).second) {
-        Note(modelM, at, "the free queue-block list reaches 0x%08x, not a free block of its own", at);
+        Note(modelM, at, "the free queue-block list reaches 0x%08x, not a free block of its own",
+             at);
         break;
       }
       ++blocks.free;
@@ -91,16 +92,20 @@ class ObjectReader {
       Note(modelM, at, "the %s semaphore 0x%08x is not an object of the pool", role.c_str(), at);
       return 0;
     }
-    if (!semaphoresM.insert(at).second) {
+    if (readM.count(at) != 0) {
       return at;
     }
-    Semaphore sema{at, role, modelM->AllocatedAt(at)->user,
-                   static_cast<int32_t>(Word(at + kSemaCount)), Word(at + kSemaLock), {}};
+    Semaphore sema{at,
+                   role,
+                   modelM->AllocatedAt(at)->user,
+                   static_cast<int32_t>(Word(at + kSemaCount)),
+                   Word(at + kSemaLock),
+                   {}};
     std::set<uint32_t> seen;
     for (uint32_t block = Word(at + kSemaHead); block != 0; block = Word(block + 4)) {
       if (!IsQueueBlock(block) || !seen.insert(block).second) {
-        Note(modelM, at + kSemaHead, "semaphore's queue reaches 0x%08x, not a queue block of its own",
-             block);
+        Note(modelM, at + kSemaHead,
+             "semaphore's queue reaches 0x%08x, not a queue block of its own", block);
         break;
       }
       sema.waiters.push_back({static_cast<int32_t>(Word(block)), block, at});
@@ -112,6 +117,7 @@ class ObjectReader {
       Note(modelM, at + kSemaCount, "semaphore count %d with %zu processes queued", sema.count,
            sema.waiters.size());
     }
+    readM[at] = modelM->semaphores.size();
     modelM->semaphores.push_back(sema);
     NoteHeld(("semaphore (" + role + ")").c_str(), at + kSemaLock);
     return at;
@@ -139,6 +145,9 @@ class ObjectReader {
     const std::string number = std::to_string(queue.number);
     NoteHeld(("queue " + number).c_str(), at + kQueueLock);
     queue.receive = ReadSemaphore(Word(at + kQueueReceive), "receive of queue " + number);
+    if (queue.receive != 0) {
+      queue.receivers = modelM->semaphores[readM[queue.receive]].waiters;
+    }
     queue.size = ReadSemaphore(Word(at + kQueueSizeSema), "size of queue " + number);
     modelM->queues.push_back(queue);
   }
@@ -179,8 +188,8 @@ class ObjectReader {
         continue;
       }
       const uint32_t head = Word(at + kSemaHead);
-      const bool waitedOn = IsQueueBlock(head) && Word(head) != 0 &&
-                            static_cast<int32_t>(Word(at + kSemaCount)) < 0;
+      const bool waitedOn =
+          IsQueueBlock(head) && Word(head) != 0 && static_cast<int32_t>(Word(at + kSemaCount)) < 0;
       if (tables.count(Word(at + kSemaTable)) != 0 || waitedOn) {
         found.push_back(at);
       }
@@ -193,7 +202,8 @@ class ObjectReader {
   void ReadRegistry() {
     const uint32_t registry = modelM->header.registry;
     if (!IsObject(*modelM, registry, kRegistrySize)) {
-      Note(modelM, modelM->Pool() + 52, "the registry 0x%08x is not an object of the pool", registry);
+      Note(modelM, modelM->Pool() + 52, "the registry 0x%08x is not an object of the pool",
+           registry);
       return;
     }
     modelM->registry.address = registry;
@@ -208,13 +218,13 @@ class ObjectReader {
       const uint32_t object = Word(at + kItemObject);
       const Block* holder = modelM->AllocatedAround(object);
       if (holder == nullptr) {
-        Note(modelM, at + kItemObject, "registry entry %d names 0x%08x, which no block in use holds",
+        Note(modelM, at + kItemObject,
+             "registry entry %d names 0x%08x, which no block in use holds",
              static_cast<int32_t>(Word(at)), object);
       }
-      modelM->registry.entries.push_back({static_cast<int32_t>(Word(at)), object,
-                                          holder != nullptr ? holder->user : 0,
-                                          holder != nullptr ? holder->size : 0,
-                                          Word(object + kSeedCount)});
+      modelM->registry.entries.push_back(
+          {static_cast<int32_t>(Word(at)), object, holder != nullptr ? holder->user : 0,
+           holder != nullptr ? holder->size : 0, Word(object + kSeedCount)});
     }
   }
 
@@ -227,7 +237,7 @@ class ObjectReader {
 
   const PoolImage& imageM;
   PoolModel* modelM;
-  std::set<uint32_t> semaphoresM;         // the addresses read so far
+  std::map<uint32_t, std::size_t> readM;   // semaphores read so far: address -> index
   std::map<uint32_t, uint32_t> waitedOnM;  // queue block -> the semaphore that lists it
 };
 

@@ -56,7 +56,7 @@ void CheckHeader(PoolModel* model) {
 
 void Note(PoolModel* model, uint32_t address, const char* format, ...) {
   char text[256];
-  va_list arguments;
+  va_list arguments = {};
   va_start(arguments, format);
   std::vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
@@ -66,10 +66,10 @@ void Note(PoolModel* model, uint32_t address, const char* format, ...) {
 void ReadHeader(const PoolImage& image, PoolModel* model) {
   const uint32_t pool = image.Pool();
   Header& h = model->header;
-  uint32_t* const words[] = {&h.magic,      &h.size,          &h.buckets,     &h.firstSentinel,
-                             &h.topSentinel, &h.reserve,      &h.chunkFloor,  &h.granule,
-                             &h.queueBlocks, &h.messenger,    &h.lockPointer, &h.chunkRecords,
-                             &h.statistics, &h.registry,      &h.checking};
+  uint32_t* const words[] = {&h.magic,       &h.size,      &h.buckets,     &h.firstSentinel,
+                             &h.topSentinel, &h.reserve,   &h.chunkFloor,  &h.granule,
+                             &h.queueBlocks, &h.messenger, &h.lockPointer, &h.chunkRecords,
+                             &h.statistics,  &h.registry,  &h.checking};
   uint32_t address = pool;
   for (uint32_t* word : words) {
     *word = image.Word(address);
@@ -87,7 +87,7 @@ void ReadStatistics(const PoolImage& image, PoolModel* model) {
   Statistics& s = model->statistics;
   s.totals = {at(0), at(1), at(2), at(3), at(4), at(5), at(6), at(7)};
   for (unsigned user = 0; user < format::kUsers; ++user) {
-    s.owners[user] = {at(8 + user),  at(36 + user), at(22 + user),  at(50 + user),
+    s.owners[user] = {at(8 + user),  at(36 + user), at(22 + user), at(50 + user),
                       at(64 + user), at(92 + user), at(78 + user), at(106 + user)};
   }
   s.emptyBytes = at(120);
@@ -125,8 +125,7 @@ void CompareCounts(PoolModel* model) {
     if (walked[user].blocks != counted.blocks || walked[user].bytes != counted.bytes) {
       Note(model, pool + kStatisticsOffset,
            "owner %s holds %u blocks of %u bytes, the statistics count %u blocks of %u bytes",
-           OwnerName(user), walked[user].blocks, walked[user].bytes, counted.blocks,
-           counted.bytes);
+           OwnerName(user), walked[user].blocks, walked[user].bytes, counted.blocks, counted.bytes);
     }
   }
 }

@@ -16,19 +16,27 @@ namespace {
 
 // One line of "/proc/locks": "3: FLOCK  ADVISORY  READ  1234 08:02:131 0 EOF". A line with "->"
 // after the number is a process waiting for the lock, which it does not hold yet.
-bool HolderOf(const std::string& line, dev_t device, ino_t inode, int* pid) {
+// Gives the holder's process id, or 0 for a line of another file or another kind of lock.
+int HolderOf(const std::string& line, dev_t device, ino_t inode) {
   std::istringstream fields(line);
-  std::string number, kind, mode, access, file;
+  std::string number;
+  std::string kind;
+  std::string mode;
+  std::string access;
+  std::string file;
+  int pid = 0;
   fields >> number >> kind;
-  if (kind != "FLOCK" || !(fields >> mode >> access >> *pid >> file)) {
-    return false;
+  if (kind != "FLOCK" || !(fields >> mode >> access >> pid >> file)) {
+    return 0;
   }
-  unsigned fileMajor = 0, fileMinor = 0;
+  unsigned fileMajor = 0;
+  unsigned fileMinor = 0;
   unsigned long long node = 0;
   if (std::sscanf(file.c_str(), "%x:%x:%llu", &fileMajor, &fileMinor, &node) != 3) {
-    return false;
+    return 0;
   }
-  return fileMajor == major(device) && fileMinor == minor(device) && node == inode;
+  const bool same = fileMajor == major(device) && fileMinor == minor(device) && node == inode;
+  return same ? pid : 0;
 }
 
 }  // namespace
@@ -42,9 +50,8 @@ std::vector<int> FlockHolders(dev_t device, ino_t inode) {
   std::ifstream locks("/proc/locks");
   std::string line;
   while (std::getline(locks, line)) {
-    int pid = 0;
-    if (HolderOf(line, device, inode, &pid) &&
-        std::find(holders.begin(), holders.end(), pid) == holders.end()) {
+    const int pid = HolderOf(line, device, inode);
+    if (pid > 0 && std::find(holders.begin(), holders.end(), pid) == holders.end()) {
       holders.push_back(pid);
     }
   }

@@ -41,7 +41,7 @@ void WriteHeader(JsonWriter& json, const PoolModel& model) {
   json.Key("heapStart").Number(h.firstSentinel);
   json.Key("topSentinel").Number(h.topSentinel);
   json.Key("chunkFloor").Number(h.chunkFloor);
-  json.Key("poolEnd").Number(uint64_t{model.Pool()} + h.size);
+  json.Key("poolEnd").Number(int64_t{model.Pool()} + h.size);
   json.EndObject();
 }
 
@@ -49,8 +49,8 @@ void WriteOwners(JsonWriter& json, const Statistics& statistics) {
   json.Key("owners").BeginArray();
   for (unsigned user = 0; user < format::kUsers; ++user) {
     const Usage& u = statistics.owners[user];
-    if ((u.blocks | u.bytes | u.blocksHigh | u.bytesHigh | u.chunks | u.chunkBytes |
-         u.chunksHigh | u.chunkBytesHigh) == 0) {
+    if ((u.blocks | u.bytes | u.blocksHigh | u.bytesHigh | u.chunks | u.chunkBytes | u.chunksHigh |
+         u.chunkBytesHigh) == 0) {
       continue;
     }
     json.BeginObject().Key("user").Number(user).Key("name").String(OwnerName(user));
@@ -112,7 +112,11 @@ void WriteQueues(JsonWriter& json, const PoolModel& model) {
     json.Key("depth").Number(q.depth).Key("references").Number(q.references);
     json.Key("lockHeld").Bool(q.lock != 0);
     json.Key("receiveSemaphore").Number(q.receive).Key("sizeSemaphore").Number(q.size);
-    json.EndObject();
+    json.Key("waitingReceivers").BeginArray();
+    for (const Waiter& w : q.receivers) {
+      json.Number(w.pid);
+    }
+    json.EndArray().EndObject();
   }
   json.EndArray();
 }
@@ -165,7 +169,7 @@ void WriteFindings(JsonWriter& json, const PoolModel& model) {
   json.Key("sound").Bool(model.findings.empty());
   json.Key("findings").BeginArray();
   for (const Finding& f : model.findings) {
-    json.BeginObject().Key("offset").Number(uint64_t{f.address} - model.base);
+    json.BeginObject().Key("offset").Number(int64_t{f.address} - model.base);
     json.Key("address").Number(f.address).Key("what").String(f.what).EndObject();
   }
   json.EndArray();
@@ -238,18 +242,20 @@ std::string BlocksJson(const std::string& path, const PoolModel& model, int owne
     json.String(OwnerName(static_cast<unsigned>(owner)));
   }
   const std::vector<Block> blocks = LiveBlocks(model, owner);
-  uint64_t bytes = 0;
+  int64_t bytes = 0;
   json.Key("blocks").BeginArray();
   for (const Block& b : blocks) {
     bytes += b.size - 8;
-    json.BeginObject().Key("address").Number(uint64_t{b.address} + 8);
-    json.Key("offset").Number(uint64_t{b.address} + 8 - model.base);
+    json.BeginObject().Key("address").Number(int64_t{b.address} + 8);
+    json.Key("offset").Number(int64_t{b.address} + 8 - model.base);
     json.Key("size").Number(b.size - 8).Key("blockSize").Number(b.size);
     json.Key("owner").String(OwnerName(b.user)).Key("user").Number(b.user).EndObject();
   }
   json.EndArray();
-  json.Key("count").Number(static_cast<int64_t>(blocks.size())).Key("bytes").Number(
-      static_cast<int64_t>(bytes));
+  json.Key("count")
+      .Number(static_cast<int64_t>(blocks.size()))
+      .Key("bytes")
+      .Number(static_cast<int64_t>(bytes));
   json.EndObject();
   return json.Text();
 }

@@ -15,7 +15,7 @@ void Add(std::string* text, const char* format, ...) __attribute__((format(print
 
 void Add(std::string* text, const char* format, ...) {
   char line[512];
-  va_list arguments;
+  va_list arguments = {};
   va_start(arguments, format);
   std::vsnprintf(line, sizeof line, format, arguments);
   va_end(arguments);
@@ -62,12 +62,13 @@ void AddUsageRow(std::string* text, const char* name, const Usage& u) {
 }
 
 void AddOwners(std::string* text, const Statistics& s) {
-  Add(text, "\nOwners        blocks      bytes   (high)      (high) chunks      bytes (high)"
-            "     (high)\n");
+  Add(text,
+      "\nOwners        blocks      bytes   (high)      (high) chunks      bytes (high)"
+      "     (high)\n");
   for (unsigned user = 0; user < format::kUsers; ++user) {
     const Usage& u = s.owners[user];
-    if ((u.blocks | u.bytes | u.blocksHigh | u.bytesHigh | u.chunks | u.chunkBytes |
-         u.chunksHigh | u.chunkBytesHigh) != 0) {
+    if ((u.blocks | u.bytes | u.blocksHigh | u.bytesHigh | u.chunks | u.chunkBytes | u.chunksHigh |
+         u.chunkBytesHigh) != 0) {
       AddUsageRow(text, OwnerName(user), u);
     }
   }
@@ -97,11 +98,16 @@ void AddChunks(std::string* text, const PoolModel& model) {
   }
 }
 
-void AddQueues(std::string* text, const PoolModel& model) {
+void AddQueues(std::string* text, const PoolModel& model, const Processes& processes) {
   Add(text, "\nMessage queues: %zu\n", model.queues.size());
   for (const Queue& q : model.queues) {
-    Add(text, "  queue %d at 0x%08x: %u message%s%s\n", q.number, q.address, q.depth,
-        q.depth == 1 ? "" : "s", q.lock != 0 ? ", lock word held" : "");
+    std::vector<int> receivers;
+    for (const Waiter& w : q.receivers) {
+      receivers.push_back(w.pid);
+    }
+    Add(text, "  queue %d at 0x%08x: %u message%s%s; receivers waiting: %s\n", q.number, q.address,
+        q.depth, q.depth == 1 ? "" : "s", q.lock != 0 ? ", lock word held" : "",
+        PidList(receivers, processes).c_str());
   }
 }
 
@@ -148,8 +154,7 @@ void AddHeldLocks(std::string* text, const PoolModel& model, const Processes& pr
 
 void AddFindings(std::string* text, const PoolModel& model) {
   for (const Finding& f : model.findings) {
-    Add(text, "  offset 0x%08x (0x%08x): %s\n", f.address - model.base, f.address,
-        f.what.c_str());
+    Add(text, "  offset 0x%08x (0x%08x): %s\n", f.address - model.base, f.address, f.what.c_str());
   }
 }
 
@@ -182,7 +187,7 @@ std::string ShowText(const std::string& path, const PoolModel& model, const Proc
   AddOwners(&text, model.statistics);
   AddFreeSpace(&text, model);
   AddChunks(&text, model);
-  AddQueues(&text, model);
+  AddQueues(&text, model, processes);
   AddSemaphores(&text, model, processes);
   AddQueueBlocks(&text, model, processes);
   AddRegistry(&text, model);
@@ -198,7 +203,8 @@ std::string CheckText(const std::string& path, const PoolModel& model) {
   AddFile(&text, path, model);
   Add(&text, "  %zu blocks, %zu chunk records walked: %s\n", model.blocks.size(),
       model.chunks.size(),
-      model.findings.empty() ? "sound" : (std::to_string(model.findings.size()) + " findings").c_str());
+      model.findings.empty() ? "sound"
+                             : (std::to_string(model.findings.size()) + " findings").c_str());
   AddFindings(&text, model);
   return text;
 }

@@ -1,0 +1,51 @@
+/// \file Runs a fuzz harness over the files given (a file, or every file of a folder) without
+/// the fuzzer: the seed corpora become regression tests on every target.
+#include <dirent.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size);
+
+namespace {
+
+std::vector<std::string> FilesOf(const std::string& path) {
+  DIR* folder = opendir(path.c_str());
+  if (folder == nullptr) {
+    return {path};
+  }
+  std::vector<std::string> files;
+  while (const dirent* entry = readdir(folder)) {
+    if (entry->d_name[0] != '.') {
+      files.push_back(path + "/" + entry->d_name);
+    }
+  }
+  closedir(folder);
+  return files;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int replayed = 0;
+  for (int i = 1; i < argc; ++i) {
+    for (const std::string& file : FilesOf(argv[i])) {
+      std::ifstream input(file, std::ios::binary);
+      const std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(input)),
+                                             std::istreambuf_iterator<char>());
+      if (!input.eof() && !input.good()) {
+        std::fprintf(stderr, "cannot read %s\n", file.c_str());
+        return 1;
+      }
+      LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+      ++replayed;
+    }
+  }
+  std::printf("%d inputs replayed\n", replayed);
+  return replayed > 0 ? 0 : 1;
+}
