@@ -24,8 +24,9 @@ inline void StartExample() {
 }
 
 /// Starts the example, makes the named pool and adopts this process as the thread "main" in it,
-/// runs body(pool), then gives back the thread, the pool and its file. EXIT_SUCCESS, or
-/// EXIT_FAILURE after logging why the pool could not be made.
+/// runs body(pool), then gives back the thread, the pool and its file; with NUV_EXAMPLE_KEEP_POOL
+/// set, the file stays for nuvpool to read. EXIT_SUCCESS, or EXIT_FAILURE after logging why the
+/// pool could not be made.
 template <typename Body>
 int RunAsMainThread(const char* poolName, unsigned poolSize, const char* tag, Body body) {
   StartExample();
@@ -42,7 +43,9 @@ int RunAsMainThread(const char* poolName, unsigned poolSize, const char* tag, Bo
   pCurrentThreadG = nullptr;
   self->DownRef();
   delete pool;
-  NuvMempool::Clean(poolName);
+  if (getenv("NUV_EXAMPLE_KEEP_POOL") == nullptr) {
+    NuvMempool::Clean(poolName);
+  }
   return EXIT_SUCCESS;
 }
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs a built target into a scratch prefix, then builds and runs a small program against it
-# twice: through find_package(Nuv) and through pkg-config's nuv.pc.
+# twice: through find_package(Nuv) and through pkg-config's nuv.pc; runs the installed nuvpool.
 set -eu
 cd "$(dirname "$0")/.."
 preset=$1
@@ -33,3 +33,7 @@ extra=()
 # shellcheck disable=SC2086 # the flags are words
 "$compiler" -std=c++17 tests/install/consumer.cpp $flags "${extra[@]}" -o "$prefix/pc_consumer"
 "${run[@]}" "$prefix/pc_consumer"
+
+# The installed inspector runs and finds no pool of a prefix that nothing uses.
+"${run[@]}" "$prefix/bin/nuvpool" list --prefix "nuv_install_check_$$_" | grep -q '^Pools in /var/tmp'
+echo "installed nuvpool: runs"

@@ -62,9 +62,8 @@ void AddUsageRow(std::string* text, const char* name, const Usage& u) {
 }
 
 void AddOwners(std::string* text, const Statistics& s) {
-  Add(text,
-      "\nOwners        blocks      bytes   (high)      (high) chunks      bytes (high)"
-      "     (high)\n");
+  Add(text, "\n%-13s %7s %10s %7s %10s %6s %10s %6s %10s\n", "Owners", "blocks", "bytes", "high",
+      "high", "chunks", "bytes", "high", "high");
   for (unsigned user = 0; user < format::kUsers; ++user) {
     const Usage& u = s.owners[user];
     if ((u.blocks | u.bytes | u.blocksHigh | u.bytesHigh | u.chunks | u.chunkBytes | u.chunksHigh |
@@ -79,11 +78,11 @@ void AddOwners(std::string* text, const Statistics& s) {
 
 void AddFreeSpace(std::string* text, const PoolModel& model) {
   const FreeSpace space = MeasureFreeSpace(model);
-  Add(text, "\nFree space   bucket  blocks      bytes    largest\n");
+  Add(text, "\n%-13s %7s %10s %10s\n", "Free space", "blocks", "bytes", "largest");
   for (unsigned bucket = 0; bucket < format::kBuckets; ++bucket) {
     const Bucket& b = model.buckets[bucket];
     if (b.blocks != 0) {
-      Add(text, "  %16u %7u %10u %10u\n", bucket, b.blocks, b.bytes, b.largest);
+      Add(text, "  bucket %-4u %7u %10u %10u\n", bucket, b.blocks, b.bytes, b.largest);
     }
   }
   Add(text, "  %u free blocks of %u bytes, largest %u; gap %u; fragmentation %.1f%%\n",
