@@ -5,7 +5,8 @@
 #   scripts/fuzz.sh --runs N       N executions per fuzzer (release: 10000000)
 #   scripts/fuzz.sh --seconds S    S seconds per fuzzer
 # A crash, a hang (one input over 10 s) or a sanitizer finding fails the run; the input that did
-# it is kept in build/fuzz/artifacts/NAME/. The seeds in the tree are never written.
+# it is kept in build/fuzz/artifacts/NAME/ (NUV_FUZZ_DIR names another folder than build/fuzz).
+# The seeds in the tree are never written.
 set -u
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
@@ -39,7 +40,7 @@ else
 fi
 rm -rf "$probe"
 
-build=build/fuzz
+build=${NUV_FUZZ_DIR:-build/fuzz}
 CC=clang CXX=clang++ cmake -S tests/fuzz -B "$build" -DCMAKE_BUILD_TYPE=None >/dev/null || exit 1
 cmake --build "$build" -j2 >/dev/null || { cmake --build "$build"; exit 1; }
 

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs the complete test suite on every target: device (PowerPC under qemu-ppc),
 # host (i686) and host-asan (i686 with AddressSanitizer and UBSan); checks that the installed
-# package builds a program on device and host; ends with one summary line per target.
+# package builds a program on device and host; runs each fuzz harness for a minute; ends with
+# one summary line per target and per harness.
 set -u
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
@@ -52,6 +53,12 @@ for preset in device host; do
     failed=1
   fi
 done
+
+echo "=== fuzz: 60 s per harness"
+if ! NUV_FUZZ_DIR=build/fuzz-quick scripts/fuzz.sh --quick >build/fuzz-quick.log 2>&1; then
+  failed=1
+fi
+while IFS= read -r line; do summary+=("fuzz $line"); done < <(grep -E '^[a-z_]+: ' build/fuzz-quick.log)
 
 echo
 echo "Wall time: $(($(date +%s) - start)) s"
