@@ -30,13 +30,12 @@ struct ReleasedObject {
 };
 ReleasedObject releasedObject = {nullptr, 0, false};
 
-// The pending allocation whose storage holds this seed (a seed may sit after a table pointer).
-PendingObject TakePendingObject(const void* seed) {
-  const auto address = reinterpret_cast<uintptr_t>(seed);
+// The newest pending allocation that picks chooses, taken off the stack; all null when none.
+template <typename Picks>
+PendingObject TakePending(Picks picks) {
   for (int i = pendingCount - 1; i >= 0; --i) {
     const PendingObject& pending = pendingObjects[i];
-    const auto start = reinterpret_cast<uintptr_t>(pending.storage);
-    if (start <= address && address < start + pending.size) {
+    if (picks(pending)) {
       const PendingObject found = pending;
       for (int j = i; j + 1 < pendingCount; ++j) {
         pendingObjects[j] = pendingObjects[j + 1];
@@ -46,6 +45,15 @@ PendingObject TakePendingObject(const void* seed) {
     }
   }
   return PendingObject{nullptr, 0, nullptr};
+}
+
+// The pending allocation whose storage holds this seed (a seed may sit after a table pointer).
+PendingObject TakePendingObject(const void* seed) {
+  const auto address = reinterpret_cast<uintptr_t>(seed);
+  return TakePending([address](const PendingObject& pending) {
+    const auto start = reinterpret_cast<uintptr_t>(pending.storage);
+    return start <= address && address < start + pending.size;
+  });
 }
 
 // The compiler may assume that a member function's object is not null: hide that from it, so
@@ -72,6 +80,16 @@ void NuvSeed::operator delete(void* p) {
   }
   const ReleasedObject released = releasedObject;
   releasedObject.valid = false;
+  if (!released.valid) {
+    // Storage that operator new handed out and no constructor took: its count is still the 0
+    // that operator new gave it, so it goes back to its pool.
+    const PendingObject unused = TakePending(
+        [p](const PendingObject& pending) { return pending.storage == static_cast<char*>(p); });
+    if (unused.pool != nullptr) {
+      unused.pool->Free(p);
+      return;
+    }
+  }
   NUV_ASSERT_AT(released.valid && released.count == 0, 2475, "__dl");
   released.pool->Free(p);
 }

@@ -361,6 +361,19 @@ TEST_F(PoolObjects, DeleteWithACountOfOneStopsAtLine2475) {
   ExpectLibraryAssertion(report, "__dl", 2475);
 }
 
+// Storage that never held an object has the count of 0 that operator new gave it: delete frees
+// the block, still tagged "unassigned", and the statistics count that free as any other.
+TEST_F(PoolObjects, DeleteOfStorageThatNeverHeldAnObjectFreesIt) {
+  const unsigned blocks = InfoWord(Pool(), NuvMempoolInfo::kBlocks);
+  void* storage = NuvSeed::operator new(sizeof(Plain), Pool());
+  NuvSeed::operator delete(storage);
+  EXPECT_EQ(InfoWord(Pool(), NuvMempoolInfo::kBlocks), blocks - 1);
+  EXPECT_EQ(InfoWord(Pool(), NuvMempoolInfo::kUserBlocks + NuvMempool::unassigned), ~0U);
+  void* again = Pool()->Malloc(sizeof(Plain), NuvMempool::catalog);
+  EXPECT_EQ(again, storage);
+  Pool()->Free(again);
+}
+
 TEST_F(PoolObjects, ConstructionOutsideThePoolNewStopsAtLine2456) {
   const FatalReport report = RunToFatalReport([] {
     alignas(Plain) char storage[sizeof(Plain)];
