@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs the complete test suite on every target: device (PowerPC under qemu-ppc),
 # host (i686) and host-asan (i686 with AddressSanitizer and UBSan); checks that the installed
-# package builds a program on device and host; runs each fuzz harness for a minute; ends with
-# one summary line per target and per harness.
+# package builds a program on device and host; runs the quick stress scenarios on each target
+# and each fuzz harness for a minute; ends with one summary line per target and per harness.
 set -u
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
@@ -38,7 +38,12 @@ run_target() {
   # How the host toolchain found that i686 programs run here: native, binfmt or emulator.
   local how
   how=$(sed -n 's/^NUV_HOST_RUN:INTERNAL=//p' "build/$preset/CMakeCache.txt")
-  summary+=("$preset: $((total - failures)) passed, $failures failed, $left pool files left${how:+ (i686 programs: $how)}")
+  local stress="stress ok"
+  if ! scripts/stress.sh --quick "$preset"; then
+    stress="stress FAILED"
+    failed=1
+  fi
+  summary+=("$preset: $((total - failures)) passed, $failures failed, $left pool files left, $stress${how:+ (i686 programs: $how)}")
   [ "$failures" -eq 0 ] || failed=1
 }
 
