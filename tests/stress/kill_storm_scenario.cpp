@@ -94,6 +94,7 @@ class Round {
                                                      : address;
     }
     const std::string command = nuvpool + " show --json " + poolM.Path() + " 2>/dev/null";
+    // NOLINTNEXTLINE(cert-env33-c): the command is this program's own, with a path of its own.
     FILE* output = popen(command.c_str(), "r");
     std::string json;
     char buffer[4096];
@@ -225,7 +226,12 @@ Outcome RunKillStorm(const Scale& scale) {
   const auto start = std::chrono::steady_clock::now();
   auto* state = SharedArray<StormState>(1);
   Random random(static_cast<uint32_t>(getpid()));
-  unsigned incarnations = 0, kills = 0, held = 0, named = 0, rounds = 0, lost = 0;
+  unsigned incarnations = 0;
+  unsigned kills = 0;
+  unsigned held = 0;
+  unsigned named = 0;
+  unsigned rounds = 0;
+  unsigned lost = 0;
   std::map<std::string, unsigned> heldWords;
   std::string trouble;
   bool clean = true;
