@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
 # Builds the fuzzers (clang's libFuzzer with AddressSanitizer and UBSan, 32-bit host target) and
 # runs each from its seed corpus in tests/fuzz/corpus/NAME, one summary line per fuzzer.
-#   scripts/fuzz.sh --quick        60 s per fuzzer (CI)
-#   scripts/fuzz.sh --runs N       N executions per fuzzer (release: 10000000)
-#   scripts/fuzz.sh --seconds S    S seconds per fuzzer
+#   scripts/fuzz.sh --quick [NAME...]        30 s per fuzzer (CI)
+#   scripts/fuzz.sh --runs N [NAME...]       N executions per fuzzer (release: 10000000)
+#   scripts/fuzz.sh --seconds S [NAME...]    S seconds per fuzzer
+# NAME picks fuzzers by their corpus folder (config_parser, nuvpool_reader, record_reader); all
+# of them by default.
 # A crash, a hang (one input over 10 s) or a sanitizer finding fails the run; the input that did
 # it is kept in build/fuzz/artifacts/NAME/ (NUV_FUZZ_DIR names another folder than build/fuzz).
 # The seeds in the tree are never written.
@@ -11,13 +13,21 @@ set -u
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
 
-limit=(-max_total_time=60)
+usage="usage: scripts/fuzz.sh [--quick | --runs N | --seconds S] [NAME...]"
+limit=(-max_total_time=30)
 case "${1:---quick}" in
-  --quick) ;;
-  --runs) limit=(-runs="$2") ;;
-  --seconds) limit=(-max_total_time="$2") ;;
-  *) echo "usage: scripts/fuzz.sh [--quick | --runs N | --seconds S]" >&2; exit 2 ;;
+  --quick) shift $(($# > 0)) ;;
+  --runs) limit=(-runs="${2:?$usage}"); shift 2 ;;
+  --seconds) limit=(-max_total_time="${2:?$usage}"); shift 2 ;;
+  *) echo "$usage" >&2; exit 2 ;;
 esac
+names=("$@")
+if [ ${#names[@]} -eq 0 ]; then
+  for seeds in tests/fuzz/corpus/*/; do names+=("$(basename "$seeds")"); done
+fi
+for name in "${names[@]}"; do
+  [ -d "tests/fuzz/corpus/$name" ] || { echo "no fuzzer named $name" >&2; exit 2; }
+done
 
 nuv_require_packages cmake make clang libclang-rt-14-dev "${NUV_HOST_PACKAGES[@]}"
 nuv_enable_i686_programs
@@ -41,13 +51,14 @@ fi
 rm -rf "$probe"
 
 build=${NUV_FUZZ_DIR:-build/fuzz}
-CC=clang CXX=clang++ cmake -S tests/fuzz -B "$build" -DCMAKE_BUILD_TYPE=None >/dev/null || exit 1
+cmake -S tests/fuzz -B "$build" -DCMAKE_TOOLCHAIN_FILE="$PWD/tests/fuzz/i686-clang.cmake" \
+  -DCMAKE_BUILD_TYPE=None >/dev/null || exit 1
 cmake --build "$build" -j2 >/dev/null || { cmake --build "$build"; exit 1; }
 
 failed=0
 summary=()
-for seeds in tests/fuzz/corpus/*/; do
-  name=$(basename "$seeds")
+for name in "${names[@]}"; do
+  seeds="tests/fuzz/corpus/$name/"
   corpus="$build/corpus/$name"
   artifacts="$build/artifacts/$name/"
   mkdir -p "$corpus" "$artifacts"

@@ -2,7 +2,7 @@
 # Builds and runs the complete test suite on every target: device (PowerPC under qemu-ppc),
 # host (i686) and host-asan (i686 with AddressSanitizer and UBSan); checks that the installed
 # package builds a program on device and host; runs the quick stress scenarios on each target
-# and each fuzz harness for a minute; ends with one summary line per target and per harness.
+# and each fuzz harness for 30 s; ends with one summary line per target and per harness.
 set -u
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
@@ -59,7 +59,7 @@ for preset in device host; do
   fi
 done
 
-echo "=== fuzz: 60 s per harness"
+echo "=== fuzz: 30 s per harness"
 if ! NUV_FUZZ_DIR=build/fuzz-quick scripts/fuzz.sh --quick >build/fuzz-quick.log 2>&1; then
   failed=1
 fi

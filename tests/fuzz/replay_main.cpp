@@ -11,6 +11,8 @@
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size);
+// A harness may set itself up once, as under the fuzzer.
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) __attribute__((weak));
 
 namespace {
 
@@ -32,6 +34,9 @@ std::vector<std::string> FilesOf(const std::string& path) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (LLVMFuzzerInitialize != nullptr) {
+    LLVMFuzzerInitialize(&argc, &argv);
+  }
   int replayed = 0;
   for (int i = 1; i < argc; ++i) {
     for (const std::string& file : FilesOf(argv[i])) {
@@ -46,6 +51,6 @@ int main(int argc, char** argv) {
       ++replayed;
     }
   }
-  std::printf("%d inputs replayed\n", replayed);
+  std::fprintf(stderr, "%d inputs replayed\n", replayed);
   return replayed > 0 ? 0 : 1;
 }
