@@ -20,6 +20,16 @@ unsigned short* NewWide(NuvMempool* pool, unsigned units) {
   return static_cast<unsigned short*>(pool->Malloc(units * kUnitBytes, NuvMempool::nuv));
 }
 
+// A null text reads as the empty text, in every form.
+const char* TextOf(const char* s) { return s != nullptr ? s : ""; }
+
+const unsigned short* TextOf(const unsigned short* s) {
+  static const unsigned short kNoUnits[1] = {0};
+  return s != nullptr ? s : kNoUnits;
+}
+
+const char* TextOf(NuvString* s) { return s != nullptr ? s->Utf8() : ""; }
+
 char* CopyUtf8(NuvMempool* pool, const char* s) {
   const size_t bytes = strlen(s) + 1;
   char* copy = NewUtf8(pool, static_cast<unsigned>(bytes));
@@ -38,7 +48,8 @@ void DropForm(NuvMempool* pool, Unit*& form) {
 
 }  // namespace
 
-NuvString::NuvString(const char* s) : NuvCore(NuvMempool::nuv), utf8M(CopyUtf8(GetPool(), s)) {}
+NuvString::NuvString(const char* s)
+    : NuvCore(NuvMempool::nuv), utf8M(CopyUtf8(GetPool(), TextOf(s))) {}
 
 NuvString::NuvString(char* s, bool adopt) : NuvCore(NuvMempool::nuv) {
   NUV_ASSERT_AT(adopt, 101, "NuvString");
@@ -46,7 +57,8 @@ NuvString::NuvString(char* s, bool adopt) : NuvCore(NuvMempool::nuv) {
 }
 
 NuvString::NuvString(const unsigned short* s)
-    : NuvCore(NuvMempool::nuv), wideM(unistrcpy(NewWide(GetPool(), unistrlen(s) + 1), s)) {}
+    : NuvCore(NuvMempool::nuv),
+      wideM(unistrcpy(NewWide(GetPool(), unistrlen(TextOf(s)) + 1), TextOf(s))) {}
 
 NuvString::NuvString(unsigned short* s, bool adopt) : NuvCore(NuvMempool::nuv) {
   NUV_ASSERT_AT(adopt, 102, "NuvString");
@@ -54,40 +66,42 @@ NuvString::NuvString(unsigned short* s, bool adopt) : NuvCore(NuvMempool::nuv) {
 }
 
 NuvString::NuvString(const unsigned short* s, unsigned n)
-    : NuvCore(NuvMempool::nuv), wideM(unistrncpy(NewWide(GetPool(), n + 1), s, n)) {
+    : NuvCore(NuvMempool::nuv), wideM(unistrncpy(NewWide(GetPool(), n + 1), TextOf(s), n)) {
   wideM[n] = 0;
 }
 
 NuvString::NuvString(NuvString* other)
-    : NuvCore(NuvMempool::nuv), utf8M(CopyUtf8(GetPool(), other->Utf8())) {}
+    : NuvCore(NuvMempool::nuv), utf8M(CopyUtf8(GetPool(), TextOf(other))) {}
 
 NuvString::~NuvString() {
   DropForm(GetPool(), wideM);
   DropForm(GetPool(), utf8M);
 }
 
-void NuvString::Append(NuvString* other) { Append(other->Utf8()); }
+void NuvString::Append(NuvString* other) { Append(TextOf(other)); }
 
 void NuvString::Append(const char* s) {
-  const unsigned bytes = Utf8Length() + static_cast<unsigned>(strlen(s)) + 1;
-  // s is copied before any form is freed, so it may be this string's own text.
+  const char* text = TextOf(s);
+  const unsigned bytes = Utf8Length() + static_cast<unsigned>(strlen(text)) + 1;
+  // text is copied before any form is freed, so it may be this string's own text.
   char* joined = NewUtf8(GetPool(), bytes);
   strcpy(joined, Utf8());  // NOLINT(clang-analyzer-security.insecureAPI.strcpy): sized above
-  strcat(joined, s);       // NOLINT(clang-analyzer-security.insecureAPI.strcpy): sized above
+  strcat(joined, text);    // NOLINT(clang-analyzer-security.insecureAPI.strcpy): sized above
   DropForm(GetPool(), utf8M);
   DropForm(GetPool(), wideM);
   utf8M = joined;
 }
 
 void NuvString::Append(const unsigned short* s) {
-  unsigned short* joined = NewWide(GetPool(), Length() + unistrlen(s) + 1);
-  unistrcat(unistrcpy(joined, String()), s);
+  const unsigned short* units = TextOf(s);
+  unsigned short* joined = NewWide(GetPool(), Length() + unistrlen(units) + 1);
+  unistrcat(unistrcpy(joined, String()), units);
   DropForm(GetPool(), utf8M);
   DropForm(GetPool(), wideM);
   wideM = joined;
 }
 
-bool NuvString::FEqual(NuvString* other) { return strcmp(Utf8(), other->Utf8()) == 0; }
+bool NuvString::FEqual(NuvString* other) { return strcmp(Utf8(), TextOf(other)) == 0; }
 
 const unsigned short* NuvString::String() {
   if (wideM == nullptr) {

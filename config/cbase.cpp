@@ -19,6 +19,9 @@ void DropIterator() {
 }  // namespace
 
 void CBaseSetFile(const char* fileName) {
+  if (fileName == nullptr) {
+    fileName = "";  // as the store takes it: the empty name, which no file has
+  }
   if (CBase != nullptr) {
     // Deliberate: compared with the full name, so with VELD_ROOT set an absolute name never
     // matches and the store is rebuilt on every call, losing unsynced changes.

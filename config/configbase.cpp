@@ -17,6 +17,10 @@ constexpr const char* kPairPattern = "^[[:blank:]]*([^[:blank:]{]+|[{][^{]+})[[:
 constexpr int kPatternFlags = REG_EXTENDED | REG_NEWLINE;
 
 char* FullPath(const char* fileName) {
+  if (fileName == nullptr) {
+    // No name is taken as the empty name, which no file has.
+    return strdup("");
+  }
   const char* root = getenv("VELD_ROOT");
   if (fileName[0] == '/' && root != nullptr) {
     // Deliberate: the joined name holds "//", which the file system accepts.
@@ -55,7 +59,11 @@ void NuvConfigbase::ForgetSection() {
 // once, so the file is read only when the section has changed.
 bool NuvConfigbase::FReselected() { return keyPathM != nullptr && SetKeyPath(keyPathM) == 1; }
 
+// A null key or value is held by no pair.
 NuvConfigPair* NuvConfigbase::PairWithKey(const char* key) const {
+  if (key == nullptr) {
+    return nullptr;
+  }
   NuvConfigPair* pair = pairsM;
   while (pair != nullptr && strcmp(pair->key, key) != 0) {
     pair = pair->next;
@@ -64,6 +72,9 @@ NuvConfigPair* NuvConfigbase::PairWithKey(const char* key) const {
 }
 
 NuvConfigPair* NuvConfigbase::PairWithValue(const char* value) const {
+  if (value == nullptr) {
+    return nullptr;
+  }
   NuvConfigPair* pair = pairsM;
   while (pair != nullptr && strcmp(pair->value, value) != 0) {
     pair = pair->next;
@@ -96,7 +107,8 @@ const char* NuvConfigbase::FindKeyByValue(const char* value) {
 }
 
 int NuvConfigbase::SetValue(const char* key, const char* value) {
-  if (!FReselected()) {
+  // A null key or value changes nothing, as without a section.
+  if (key == nullptr || value == nullptr || !FReselected()) {
     return 0;
   }
   dirtyM = 1;

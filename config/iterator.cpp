@@ -5,8 +5,13 @@ int NuvConfigIterator::Current(char** key, char** value) const {
   if (pairM == nullptr) {
     return 0;
   }
-  *key = pairM->key;
-  *value = pairM->value;
+  // A null output is not written; the pair still counts as delivered.
+  if (key != nullptr) {
+    *key = pairM->key;
+  }
+  if (value != nullptr) {
+    *value = pairM->value;
+  }
   return 1;
 }
 

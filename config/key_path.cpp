@@ -16,6 +16,11 @@ using nuv::config::NewPair;
 using nuv::config::ReadLine;
 
 int NuvConfigbase::SetKeyPath(const char* keyPath) {
+  if (keyPath == nullptr) {
+    // Names no section: the result of one that is not in the file, without reading it.
+    ForgetSection();
+    return 0;
+  }
   if (keyPathM != nullptr && strcmp(keyPathM, keyPath) == 0) {
     return 1;
   }
@@ -36,6 +41,11 @@ int NuvConfigbase::SetKeyPath(const char* keyPath) {
 }
 
 int NuvConfigbase::MakeKeyPath(const char* keyPath) {
+  if (keyPath == nullptr) {
+    // No section can be made without its key path.
+    ForgetSection();
+    return 0;
+  }
   if (SetKeyPath(keyPath) == 0) {
     keyPathM = strdup(keyPath);
   }

@@ -160,8 +160,9 @@ void log::Record(int fac, int pri, const char* name, const char* format, va_list
   char line[kLineSize];
   const int used =
       snprintf(line, sizeof line, "<%d>%.15s %.32s[%d]: ", ((fac + kSyslogLocal0) * 8) | pri,
-               stamp + 4, name, currentpid);
-  if (used >= 0 && static_cast<size_t>(used) < sizeof line) {
+               stamp + 4, name != nullptr ? name : "", currentpid);
+  // A null format is an entry with no text.
+  if (format != nullptr && used >= 0 && static_cast<size_t>(used) < sizeof line) {
     vsnprintf(line + used, sizeof line - static_cast<size_t>(used), format, args);
   }
   SendLine(line, strlen(line) + 1);

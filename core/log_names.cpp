@@ -17,6 +17,9 @@ const char* NameAt(const char* const* names, int count, int value) {
 }
 
 int IndexOf(const char* const* names, int count, const char* s) {
+  if (s == nullptr) {
+    return -1;
+  }
   for (int i = 0; i < count; ++i) {
     if (strcmp(names[i], s) == 0) {
       return i;

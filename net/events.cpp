@@ -110,11 +110,20 @@ int GuardedTransfer(Transfer transfer) {
 }  // namespace
 
 int NuvSocket::Send(const void* data, unsigned length) const {
+  if (data == nullptr && length > 0) {
+    // Nothing to take the payload from: refused, as the kernel refuses such a write, before a
+    // header goes out that no payload would follow.
+    return static_cast<int>(kNuvSocketFailed);
+  }
   const int fd = fdM;
   return GuardedTransfer([=] { return WriteEvent(fd, data, length); });
 }
 
 int NuvSocket::Receive(void* data, unsigned length) const {
+  if (data == nullptr && length > 0) {
+    // Nowhere to put the payload: refused before anything is read, so the stream stays in step.
+    return static_cast<int>(kNuvSocketFailed);
+  }
   const int fd = fdM;
   return GuardedTransfer([=] { return ReadEvent(fd, data, length); });
 }

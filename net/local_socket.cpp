@@ -17,6 +17,10 @@ static_assert(sizeof(sockaddr_un) == kAddressLength, "family and a 108-byte path
 }  // namespace
 
 bool AtLocalAddress(const kernel::Call& named, AddressCall call, int fd, const char* path) {
+  if (path == nullptr) {
+    // No address at all: refused before the kernel is asked, as a refusal of the call would be.
+    return false;
+  }
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   strncpy(address.sun_path, path, kPathCharacters);

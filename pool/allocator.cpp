@@ -170,6 +170,9 @@ void NuvMempool::InternalFree(void* p) {
 // multiple of 4: blocks are read and written bytewise-safe for that reason.
 bool NuvMempool::InternalRealloc(void* p, unsigned size) {
   AssertWordHeld();
+  // A null, foreign or freed pointer would be read as a block header, and a freed block even
+  // handed back as grown: it stops here, as in Free.
+  AssertValidPointer(p);
   NuvMempoolBlock* block = NuvMempoolBlock::OfPayload(p);
   const uint64_t wanted = uint64_t{size} + NuvMempoolBlock::kHeaderBytes;
   const unsigned need = wanted < NuvMempoolBlock::kMinimumSize ? NuvMempoolBlock::kMinimumSize

@@ -6,8 +6,11 @@
 #include "core/assert_at.h"
 #include "pool/block.h"
 
+// A size within a granule of 4 GiB would round past 32 bits and wrap to 0: it gets the largest
+// multiple of the granule instead, which no gap holds, so the request fails as too large.
 unsigned NuvMempool::RoundUpToChunkSize(unsigned n) const {
-  return (n + granuleM - 1) / granuleM * granuleM;
+  const uint64_t rounded = (uint64_t{n} + granuleM - 1) / granuleM * granuleM;
+  return rounded <= ~0U ? static_cast<unsigned>(rounded) : ~0U / granuleM * granuleM;
 }
 
 unsigned NuvMempool::GapBytes() const {

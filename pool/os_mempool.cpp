@@ -170,6 +170,10 @@ int OverPoolPages(void* base, unsigned size, PageCall call, const char* what) {
 }  // namespace
 
 char* MakePoolName(const char* name) {
+  // No name, no path: the callers report it as a path that could not be built.
+  if (name == nullptr) {
+    return nullptr;
+  }
   const char* prefix = getenv("NUV_POOL_PREFIX");
   if (prefix == nullptr) {
     prefix = "";

@@ -13,12 +13,23 @@ static_assert(sizeof(NuvRegistryItem) == 12, "registry item is three words");
 static_assert(offsetof(NuvRegistryItem, object) == 4, "registry item: object");
 static_assert(offsetof(NuvRegistryItem, next) == 8, "registry item: next");
 
+namespace {
+
+// Drops the registry's reference without deleting; a null object holds none.
+void DropHeld(NuvSeed* object) {
+  if (object != nullptr) {
+    object->NuvSeed::DownRef();
+  }
+}
+
+}  // namespace
+
 NuvMempoolRegistry::NuvMempoolRegistry() : NuvSeed(NuvMempool::nuv) {}
 
 NuvMempoolRegistry::~NuvMempoolRegistry() {
   for (NuvRegistryItem* item = headM; item != nullptr;) {
     NuvRegistryItem* next = item->next;
-    item->object->NuvSeed::DownRef();
+    DropHeld(item->object);
     GetPool()->Free(item);
     item = next;
   }
@@ -37,7 +48,10 @@ bool NuvMempoolRegistry::AddItem(int id, NuvSeed* object) {
   auto* item =
       static_cast<NuvRegistryItem*>(GetPool()->Malloc(sizeof(NuvRegistryItem), NuvMempool::nuv));
   *item = NuvRegistryItem{id, object, nullptr};
-  object->UpRef();
+  // A null object is registered like any other; it holds no reference.
+  if (object != nullptr) {
+    object->UpRef();
+  }
   *link = item;
   upunlock(&lockM);
   return true;
@@ -71,6 +85,6 @@ NuvSeed* NuvMempoolRegistry::RemoveItem(int id) {
   }
   NuvSeed* object = item->object;
   GetPool()->Free(item);
-  object->NuvSeed::DownRef();
+  DropHeld(object);
   return object;
 }

@@ -67,6 +67,8 @@ bool IsNull(T* object) {
 }  // namespace
 
 void* NuvSeed::operator new(size_t size, NuvMempool* pool) {
+  // No pool, no storage: the same check as for storage that the pool did not give.
+  NUV_ASSERT_AT(pool != nullptr, 2464, "__nw");
   void* storage = pool->Malloc(static_cast<unsigned>(size), NuvMempool::unassigned);
   NUV_ASSERT_AT(storage != nullptr && pendingCount < kMaxPendingObjects, 2464, "__nw");
   pendingObjects[pendingCount++] = PendingObject{static_cast<char*>(storage), size, pool};

@@ -67,6 +67,8 @@ void NuvMempoolInfo::FreeChunk(unsigned bytes, unsigned user) {
 
 void NuvMempool::AssignNuvCoreUser(void* p, User user) {
   Lock();
+  // Only a block of this pool in use can be retagged and counted here.
+  AssertValidPointer(p);
   NuvMempoolBlock* block = NuvMempoolBlock::OfPayload(p);
   block->SetUser(user);
   infoM.AllocBlock(block->Size() - NuvMempoolBlock::kHeaderBytes, user);

@@ -63,12 +63,19 @@ void NuvMessenger::AppendQueue(NuvMessageQ* queue) {
   queue->UpRef();
 }
 
-// A named queue that took a number makes the counter skip it.
+// A named queue that took a number makes the counter skip it. The counter wraps from the
+// largest number to the smallest, in unsigned arithmetic: a signed increment past the largest
+// int would be undefined.
 int NuvMessenger::CreateQueue(int size) {
   nuv::TakeWord(&lockM);
-  int number = nextNumberM++;
+  const auto advance = [this] {
+    const int number = nextNumberM;
+    nextNumberM = static_cast<int>(static_cast<unsigned>(number) + 1U);
+    return number;
+  };
+  int number = advance();
   while (FNumberTaken(number)) {
-    number = nextNumberM++;
+    number = advance();
   }
   AppendQueue(new (GetPool()) NuvMessageQ(number, size));
   nuv::GiveWord(&lockM);

@@ -132,9 +132,14 @@ int NuvSema::putq() {
   return NuvCurrentThreadId();
 }
 
-// The tail is not touched: an empty queue is told by its head alone.
+// The tail is not touched: an empty queue is told by its head alone. A count below 0 with
+// nobody queued (a semaphore set up with a negative count) leaves no block to take: the pid 0
+// given back then stops a V at _unblock_'s check instead of a null dereference here.
 int NuvSema::getq() {
   NuvThreadQ* block = headM;
+  if (block == nullptr) {
+    return 0;
+  }
   headM = block->next;
   const int pid = block->pid;
   GetPool()->GetQBlockMgr()->ReturnQBlock(block);

@@ -93,7 +93,11 @@ void NuvThread::SetName(const char* name) {
   nameM[kNameLength - 1] = '\0';
 }
 
+// A negative count does not sleep: converted to useconds_t it would ask for over an hour.
 void NuvThread::Sleep(int ticks) {
+  if (ticks < 0) {
+    return;
+  }
   // An interrupted sleep ends early, as it always has.
   nuv::kernel::Ignore(
       nuv::kernel::Make(

@@ -9,7 +9,8 @@ extern "C" {
 
 /* Makes the store for fileName the process's store, unless the current one's full file name
  * equals fileName. A replaced store is destroyed, unsynced changes and iterator with it. With
- * VELD_ROOT set, an absolute fileName never equals a full name, so the store is rebuilt. */
+ * VELD_ROOT set, an absolute fileName never equals a full name, so the store is rebuilt. A null
+ * fileName is taken as "", a name that no file has. */
 void CBaseSetFile(const char* fileName);
 /* 0 without a store. Drops the iterator, then selects the section: 1 when found, else 0. */
 int CBaseSetKeyPath(const char* keyPath);
@@ -30,7 +31,8 @@ void CBaseClose(void);
 /* Starts a new iteration over the current section's pairs, when a store exists. */
 void CBaseIterate(void);
 /* 0 without a store or iteration, or after the last pair (key and value then untouched);
- * otherwise stores the next pair's key and value and returns 1. */
+ * otherwise stores the next pair's key and value (each only where its pointer is not null) and
+ * returns 1. */
 int CBaseNext(char** key, char** value);
 
 #ifdef __cplusplus

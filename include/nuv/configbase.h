@@ -21,7 +21,7 @@ class NuvConfigIterator {
   explicit NuvConfigIterator(NuvConfigPair* first) : pairM(first) {}
 
   /// At the end: 0, and key and value are left untouched. Otherwise stores the pair's key and
-  /// value (the store's own texts) and returns 1.
+  /// value (the store's own texts), each only where its pointer is not null, and returns 1.
   int Current(char** key, char** value) const;
   /// Moves to the next pair; nothing at the end.
   void Next();
@@ -37,7 +37,8 @@ class NuvConfigIterator {
 class NuvConfigbase {
  public:
   /// The file is fileName, or, for an absolute name while VELD_ROOT is set, VELD_ROOT + "/" +
-  /// fileName (two slashes in a row, which the file system accepts). Nothing is opened yet.
+  /// fileName (two slashes in a row, which the file system accepts). Nothing is opened yet. A
+  /// null fileName is taken as "", a name that no file has.
   explicit NuvConfigbase(const char* fileName);
   /// Frees the section, closes the file. Unsynced changes are lost.
   ~NuvConfigbase();
@@ -50,19 +51,22 @@ class NuvConfigbase {
   /// 0 when the file cannot be opened or holds no such section (then no section is current).
   /// The first non-comment line whose whole text is keyPath or a leading part of it is the
   /// header, pair lines of earlier sections included: "/Setup" is taken for "/Setup/Network"
-  /// when it comes first.
+  /// when it comes first. A null keyPath names no section: 0, without reading the file.
   int SetKeyPath(const char* keyPath);
   /// SetKeyPath; when that fails, keyPath becomes current anyway with no pairs, so that the next
-  /// Sync appends it to the file as a new section. Always 1.
+  /// Sync appends it to the file as a new section. 1; 0 only for a null keyPath, which leaves
+  /// no section current.
   int MakeKeyPath(const char* keyPath);
 
   /// The value of the first pair whose key is key; null when there is none or no section is
-  /// current. Valid until the section is replaced or the store destroyed.
+  /// current (or key is null). Valid until the section is replaced or the store destroyed.
   const char* FindValue(const char* key);
-  /// The key of the first pair whose value is value; otherwise as FindValue.
+  /// The key of the first pair whose value is value; otherwise as FindValue (null for a null
+  /// value).
   const char* FindKeyByValue(const char* value);
   /// Gives key the value, marking the store dirty. Returns 1 when the key was added, 0 when it
-  /// was replaced or no section is current: it reports an added key, not success.
+  /// was replaced or no section is current: it reports an added key, not success. A null key or
+  /// value changes nothing and gives 0.
   int SetValue(const char* key, const char* value);
 
   /// When a section is current, has pairs and was changed: rewrites the file with the section in

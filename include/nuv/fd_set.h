@@ -21,8 +21,9 @@ class NuvFdSet {
   void Clear(int fd);
   /// Whether fd is in the set.
   bool FIsSet(int fd) const;
-  /// The word of bits that holds descriptors 32 * index to 32 * index + 31.
-  unsigned Word(int index) const { return bitsM[index]; }
+  /// The word of bits that holds descriptors 32 * index to 32 * index + 31; 0 for an index
+  /// outside 0 to 31, as such descriptors are never in the set.
+  unsigned Word(int index) const { return index >= 0 && index < kWords ? bitsM[index] : 0; }
   int GetFdMax() const { return fdMaxM; }
 
   /// select over the sets given (null ones are left out) up to the largest fdMaxM among them,

@@ -36,7 +36,8 @@ class NuvLogger : public NuvCore {
   /// Sends "<(fac+16)*8|pri>Mmm dd hh:mm:ss name[pid]: text" and a NUL byte, unless pri is
   /// above the minimum (initially priinfo). The name is cut to 32 characters and the whole line
   /// to 511. Falls back to standard output (with "\n") when the socket cannot be reached or
-  /// breaks; no failure is reported.
+  /// breaks; no failure is reported. A null name logs under an empty name, a null format
+  /// gives an entry with no text.
   static void Log(iFacility fac, iPriority pri, const char* name, const char* format, ...)
       __attribute__((format(printf, 4, 5)));
   /// Log() with an argument list.
@@ -50,11 +51,11 @@ class NuvLogger : public NuvCore {
 
   /// "facnuv" to "fachost" for 0 to 5; null for anything else.
   static const char* FacToString(iFacility fac);
-  /// The facility named s, or -1 when none is.
+  /// The facility named s, or -1 when none is (and for null).
   static iFacility StringToFac(const char* s);
   /// "priemerg" to "pridebug" for 0 to 7; null for anything else.
   static const char* PriToString(iPriority pri);
-  /// The priority named s, or -1 when none is.
+  /// The priority named s, or -1 when none is (and for null).
   static iPriority StringToPri(const char* s);
 
   /// A logger whose name is a copy of name in the logger's pool.

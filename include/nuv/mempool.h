@@ -141,7 +141,8 @@ class NuvMempool {
   void* MallocMaybe(unsigned size, User user);
   void* Calloc(unsigned size, User user);
   void* CallocMaybe(unsigned size, User user);
-  /// Grows in place when the block above is free, else moves; never null.
+  /// Grows in place when the block above is free, else moves; never null. A null, foreign or
+  /// already freed pointer stops at an assertion of AssertValidPointer, as in Free.
   void* Realloc(void* p, unsigned size);
   /// As Realloc; null on failure, with p untouched.
   void* ReallocMaybe(void* p, unsigned size);
@@ -161,7 +162,8 @@ class NuvMempool {
   [[noreturn]] void BlockFailure(unsigned size);
 
   // Accounting and checks.
-  /// Retags p's block with user and counts it (once: "unassigned" blocks are not counted).
+  /// Retags p's block with user and counts it (once: "unassigned" blocks are not counted). A
+  /// null, foreign or freed pointer stops at an assertion of AssertValidPointer.
   void AssignNuvCoreUser(void* p, User user);
   /// Records the current counts as this pool's empty state.
   void ResetEmpty();

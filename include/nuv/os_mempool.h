@@ -9,7 +9,8 @@
 #ifndef NUV_OS_MEMPOOL_H
 #define NUV_OS_MEMPOOL_H
 
-/// "/var/tmp/" + prefix + name in a malloc'd buffer that the caller frees; null when malloc fails.
+/// "/var/tmp/" + prefix + name in a malloc'd buffer that the caller frees; null when malloc fails
+/// or name is null.
 char* MakePoolName(const char* name);
 
 class NuvOsMempool {
@@ -21,12 +22,12 @@ class NuvOsMempool {
   /// the mapping + 8, with length the mapping length - 8 and fd the open file (kept; it holds the
   /// active flag). Results: kNuvOk; kNuvPoolExists (file exists, replace false, file untouched);
   /// kNuvPoolCreateFailed (open or mmap failed, or the mapping landed elsewhere);
-  /// kNuvPoolAddressFailed (no memory for the path).
+  /// kNuvPoolAddressFailed (no memory for the path, or a null name).
   static unsigned Allocate(const char* name, unsigned size, bool replace, char*& base,
                            unsigned& length, int& fd, bool named);
   /// Maps an existing pool file at the address in its header (or at base when non-zero).
   /// Results: kNuvOk; kNuvPoolOpenFailed (no file, or fewer than 8 header bytes);
-  /// kNuvPoolAddressFailed (no memory for the path, or the mapping landed elsewhere).
+  /// kNuvPoolAddressFailed (no memory for the path, a null name, or the mapping landed elsewhere).
   static unsigned Attach(const char* name, char*& base, unsigned& length, int& fd);
   /// Attaches the pool if a process still holds it (attached = true), else creates it anew,
   /// replacing a stale file (attached = false: the caller lays out the arena).

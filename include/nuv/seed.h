@@ -14,8 +14,8 @@
 class NuvSeed {
  public:
   /// Takes a block of the pool tagged "unassigned"; the constructor retags it. A pool that cannot
-  /// give the block ends the process (the pool's out-of-space report); more than 32 objects
-  /// waiting for their constructors at once stop at assertion 2464 of "__nw".
+  /// give the block ends the process (the pool's out-of-space report); a null pool, or more than
+  /// 32 objects waiting for their constructors at once, stop at assertion 2464 of "__nw".
   static void* operator new(size_t size, NuvMempool* pool);
   /// Frees the storage to its pool. Does nothing for null; an object whose count is not 0 stops
   /// at assertion 2475 of "__dl".

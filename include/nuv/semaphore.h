@@ -49,7 +49,7 @@ class NuvSema : public NuvVirtualSeed {
   // The wait queue, with the lock word held by the caller.
   /// Appends a block carrying the calling thread's id; returns that id.
   int putq();
-  /// Removes the first block and returns its id.
+  /// Removes the first block and returns its id; 0 when nobody is queued.
   int getq();
   /// Takes the lock word, removes the first block carrying pid and gives its unit back.
   void clnq(int pid);

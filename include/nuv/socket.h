@@ -46,8 +46,10 @@ class NuvServer : public NuvCore {
 
   /// Binds a new local stream socket to path (cut to its first 107 characters) and listens with
   /// a backlog of 5; keeps a copy of the whole path in the server's pool. kNuvOk, or
-  /// kNuvSocketFailed with no descriptor left open (a path that exists already fails). A server
-  /// opens once: a second Open replaces the descriptor and the name without giving them back.
+  /// kNuvSocketFailed with no descriptor left open (a path that exists already fails, and so
+  /// does a null path). An empty path is the abstract address of 107 NUL bytes, outside the file
+  /// system. A server opens once: a second Open replaces the descriptor and the name without
+  /// giving them back.
   int Open(const char* path);
   /// Waits for the next connection; on kNuvOk out holds a new socket for it in the server's pool
   /// (releasing what it held). kNuvSocketFailed when accept fails.
@@ -66,8 +68,8 @@ class NuvSocket : public NuvCore {
  public:
   /// Connects a new local stream socket to path (cut to its first 107 characters) and asks for a
   /// linger time of 100 seconds (a refusal is logged and ignored). On kNuvOk out holds the new
-  /// socket in pool (releasing what it held); kNuvSocketFailed leaves out as it was and no
-  /// descriptor open.
+  /// socket in pool (releasing what it held); kNuvSocketFailed (also for a null path) leaves out
+  /// as it was and no descriptor open.
   static int Connect(NuvMempool* pool, const char* path, ref<NuvSocket>& out);
   /// Blocks SIGIO and SIGURG, the signals of every asynchronous handler: returns sigprocmask's.
   static int BlockAsyncHandler();
@@ -91,7 +93,8 @@ class NuvSocket : public NuvCore {
 
   /// Writes one event: the header, then the length bytes of data. kNuvOk; kNuvEndOfFile when the
   /// peer went away during the write (its SIGPIPE is caught); kNuvSocketFailed when a write
-  /// fails. The previous action of SIGPIPE is in force again when it returns.
+  /// fails. The previous action of SIGPIPE is in force again when it returns. A null data with a
+  /// length above 0 writes nothing and gives kNuvSocketFailed.
   int Send(const void* data, unsigned length) const;
   /// Reads one event of exactly length payload bytes: always length + 8 bytes, whatever they
   /// hold, so sender and receiver must agree on sizes (it waits while fewer have come). kNuvOk
@@ -100,7 +103,8 @@ class NuvSocket : public NuvCore {
   /// peer's end closed first; kNuvSocketFailed when a read fails. On a failed read data is
   /// untouched for events of up to 4,088 payload bytes; a longer one may have been written in
   /// part. SIGPIPE's previous action is in force again when it returns. Send and Receive must
-  /// not run inside each other (from a signal handler).
+  /// not run inside each other (from a signal handler). A null data with a length above 0 reads
+  /// nothing and gives kNuvSocketFailed.
   int Receive(void* data, unsigned length) const;
 
   /// Non-null handler: runs handler (SA_RESTART) on SIGIO and SIGURG, and, unless a handler was
@@ -111,7 +115,9 @@ class NuvSocket : public NuvCore {
   /// "RegisterAsyncHandler" (552, 553 the actions; 556, 558 the flags; 559 the owner; 565, 566
   /// ignoring; 569, 571 clearing the flags).
   int RegisterAsyncHandler(void (*handler)(int));
-  /// Whether an event (or the peer's close) is waiting to be read, without waiting.
+  /// Whether an event (or the peer's close) is waiting to be read, without waiting. A descriptor
+  /// above 1023 is outside every NuvFdSet and never seen waiting; a closed one makes Select stop
+  /// at its assertion 743.
   bool IsDataPresent() const;
 
  private:

@@ -7,6 +7,8 @@
 /// A reference-counted string (user "nuv") holding its text as UCS-2, UTF-8, or both. Both forms
 /// live in the string's own pool and are freed with it. Not guarded: a string shared between
 /// processes must not be appended to, or have a missing form created, while another reads it.
+/// Wherever a text or another string is taken to be copied, appended or compared, a null one
+/// reads as the empty text.
 class NuvString : public NuvCore {
  public:
   /// Copies s as the UTF-8 form.

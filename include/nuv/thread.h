@@ -112,7 +112,7 @@ class NuvThread : public NuvCore {
   const char* GetName() const { return nameM; }
   /// Copies at most 31 characters.
   void SetName(const char* name);
-  /// Sleeps ticks sixtieths of a second.
+  /// Sleeps ticks sixtieths of a second; a negative count returns at once.
   static void Sleep(int ticks);
 
   int GetId() const { return pidM; }

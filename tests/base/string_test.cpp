@@ -267,4 +267,40 @@ TEST_F(String, Utf8FormOfAStringWithNoFormFailsItsAssertion) {
                          "Utf8", 121);
 }
 
+TEST_F(String, NullUtf8TextMakesAnEmptyString) {
+  const ref<NuvString> s = new (Pool()) NuvString(static_cast<const char*>(nullptr));
+  EXPECT_STREQ(s->Utf8(), "");
+  EXPECT_EQ(s->Length(), 0U);
+}
+
+TEST_F(String, NullWideTextMakesAnEmptyString) {
+  const ref<NuvString> s = new (Pool()) NuvString(static_cast<const unsigned short*>(nullptr));
+  EXPECT_EQ(UnitsOf(s->String()), u"");
+  EXPECT_STREQ(s->Utf8(), "");
+}
+
+TEST_F(String, NullWidePrefixGivesZeroUnitsUpToN) {
+  const ref<NuvString> s = new (Pool()) NuvString(static_cast<const unsigned short*>(nullptr), 3U);
+  EXPECT_EQ(s->Length(), 0U);
+}
+
+TEST_F(String, CopyOfANullStringIsEmpty) {
+  const ref<NuvString> s = new (Pool()) NuvString(static_cast<NuvString*>(nullptr));
+  EXPECT_STREQ(s->Utf8(), "");
+}
+
+TEST_F(String, AppendingNullChangesNoText) {
+  const ref<NuvString> s = Utf8String("kept");
+  s->Append(static_cast<const char*>(nullptr));
+  s->Append(static_cast<NuvString*>(nullptr));
+  EXPECT_STREQ(s->Utf8(), "kept");
+  s->Append(static_cast<const unsigned short*>(nullptr));
+  EXPECT_STREQ(s->Utf8(), "kept");
+}
+
+TEST_F(String, EqualityWithANullStringHoldsForTheEmptyStringOnly) {
+  EXPECT_TRUE(Utf8String("")->FEqual(nullptr));
+  EXPECT_FALSE(Utf8String("text")->FEqual(nullptr));
+}
+
 }  // namespace

@@ -81,6 +81,10 @@ TEST(LoggerNames, StringToPriOfWarnIsMinusOne) { EXPECT_EQ(NuvLogger::StringToPr
 
 TEST(LoggerNames, StringToPriOfEmptyIsMinusOne) { EXPECT_EQ(NuvLogger::StringToPri(""), -1); }
 
+TEST(LoggerNames, StringToFacOfNullIsMinusOne) { EXPECT_EQ(NuvLogger::StringToFac(nullptr), -1); }
+
+TEST(LoggerNames, StringToPriOfNullIsMinusOne) { EXPECT_EQ(NuvLogger::StringToPri(nullptr), -1); }
+
 TEST(LoggerNames, EnumeratorsMatchTheirNames) {
   EXPECT_EQ(NuvLogger::StringToFac("fachost"), NuvLogger::fachost);
   EXPECT_EQ(NuvLogger::StringToPri("priemerg"), NuvLogger::priemerg);

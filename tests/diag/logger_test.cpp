@@ -315,6 +315,25 @@ TEST(LoggerLine, LineLongerThan511IsCutTo511AndNul) {
   ExpectEntries(line, run, {{kInfo, run.pid, text.substr(0, 511 - headerLength)}}, '\0');
 }
 
+TEST(LoggerLine, NullNameLogsUnderAnEmptyName) {
+  LogDaemon daemon;
+  const LoggingRun run = LogInChild(daemon.Path(), daemon.Path(), [] {
+    NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, nullptr, "nameless");
+  });
+  ExpectEntries(daemon.NextConnection(), run, {{kInfo, run.pid, "nameless", ""}}, '\0');
+}
+
+// Through a variable, as a caller's null format arrives.
+void NoFormatEntry(const char* format) {
+  NuvLogger::Log(NuvLogger::facnuv, NuvLogger::priinfo, kName, format);
+}
+
+TEST(LoggerLine, NullFormatGivesAnEntryWithNoText) {
+  LogDaemon daemon;
+  const LoggingRun run = LogInChild(daemon.Path(), daemon.Path(), [] { NoFormatEntry(nullptr); });
+  ExpectEntries(daemon.NextConnection(), run, {{kInfo, run.pid, ""}}, '\0');
+}
+
 void VEntry(const char* format, ...) __attribute__((format(printf, 1, 2)));
 void VEntry(const char* format, ...) {
   va_list args;  // NOLINT(cppcoreguidelines-init-variables): set by va_start
