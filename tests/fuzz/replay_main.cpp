@@ -2,9 +2,11 @@
 /// the fuzzer: the seed corpora become regression tests on every target.
 #include <dirent.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -16,16 +18,22 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) __attribute__((weak
 
 namespace {
 
+// A folder that cannot be listed to its end gives nothing, so that the replay fails.
 std::vector<std::string> FilesOf(const std::string& path) {
   DIR* folder = opendir(path.c_str());
   if (folder == nullptr) {
     return {path};
   }
   std::vector<std::string> files;
+  errno = 0;
   while (const dirent* entry = readdir(folder)) {
     if (entry->d_name[0] != '.') {
       files.push_back(path + "/" + entry->d_name);
     }
+  }
+  if (errno != 0) {
+    std::fprintf(stderr, "cannot list %s: %s\n", path.c_str(), std::strerror(errno));
+    files.clear();
   }
   closedir(folder);
   return files;
