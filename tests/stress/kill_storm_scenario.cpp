@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "stress/stress.h"
+#include "support/json.h"
 
 namespace nuv::stress {
 namespace {
@@ -86,28 +87,23 @@ class Round {
     return held;
   }
 
-  /// Whether nuvpool lists a held word at the address of the one named.
+  /// Whether nuvpool lists a held word at the address of the one named, under that name.
   bool NuvpoolNames(const std::string& nuvpool, const char* name) const {
     uintptr_t address = 0;
     for (const Watched& watched : watchedM) {
       address = std::strcmp(watched.name, name) == 0 ? reinterpret_cast<uintptr_t>(watched.word)
                                                      : address;
     }
-    const std::string command = nuvpool + " show --json " + poolM.Path() + " 2>/dev/null";
-    // NOLINTNEXTLINE(cert-env33-c): the command is this program's own, with a path of its own.
-    FILE* output = popen(command.c_str(), "r");
-    std::string json;
-    char buffer[4096];
-    size_t got = 0;
-    while (output != nullptr && (got = fread(buffer, 1, sizeof buffer, output)) > 0) {
-      json.append(buffer, got);
+    std::string error;
+    const test::Json report = test::Json::Parse(NuvpoolReport(nuvpool), &error);
+    const test::Json& held = report["heldLocks"];
+    for (std::size_t i = 0; i < held.Size(); ++i) {
+      if (held[i]["address"].Int() == static_cast<int64_t>(address) &&
+          held[i]["lock"].String().rfind(name, 0) == 0) {
+        return true;
+      }
     }
-    if (output != nullptr) {
-      pclose(output);
-    }
-    const std::string entry = "\"address\":" + std::to_string(address) + ",";
-    const std::size_t held = json.find("\"heldLocks\":");
-    return held != std::string::npos && json.find(entry, held) != std::string::npos;
+    return false;
   }
 
   /// Ends a round where no word was left held: the workers stop, the consumer drains the queue.
@@ -137,6 +133,22 @@ class Round {
  private:
   static const volatile uint32_t* Word(const char* at) {
     return reinterpret_cast<const volatile uint32_t*>(at);
+  }
+
+  std::string NuvpoolReport(const std::string& nuvpool) const {
+    const std::string command = nuvpool + " show --json " + poolM.Path() + " 2>/dev/null";
+    // NOLINTNEXTLINE(cert-env33-c): the command is this program's own, with a path of its own.
+    FILE* output = popen(command.c_str(), "r");
+    std::string json;
+    char buffer[4096];
+    size_t got = 0;
+    while (output != nullptr && (got = fread(buffer, 1, sizeof buffer, output)) > 0) {
+      json.append(buffer, got);
+    }
+    if (output != nullptr) {
+      pclose(output);
+    }
+    return json;
   }
 
   // A word held in every look over 300 ms is held by nobody who will release it.

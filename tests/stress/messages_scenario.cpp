@@ -16,6 +16,10 @@ constexpr unsigned kProducers = 8;
 constexpr unsigned kConsumers = 2;
 constexpr unsigned kDataType = 1;
 constexpr unsigned kStopType = 2;
+// A queued message takes one 32-byte block; the pool holds every message at once, as when the
+// consumers fall behind for the whole run, and room for the queues besides.
+constexpr unsigned kBytesPerQueuedMessage = 40;
+constexpr unsigned kPoolBaseBytes = 1024 * 1024;
 
 // The payload words of message seq from producer: each depends on both, so a torn or mixed
 // message shows.
@@ -81,10 +85,10 @@ bool Consume(NuvMessenger* messenger, int queue, unsigned perProducer, Tally* ta
 
 Outcome RunMessages(const Scale& scale) {
   const auto start = std::chrono::steady_clock::now();
-  ScenarioPool pool("messages", 4 * 1024 * 1024);
+  const unsigned perProducer = scale.messagesPerProducer;
+  ScenarioPool pool("messages", kPoolBaseBytes + kProducers * perProducer * kBytesPerQueuedMessage);
   NuvMessenger* messenger = pool.Get()->GetMessenger();
   const int queue = messenger->CreateQueue(10);
-  const unsigned perProducer = scale.messagesPerProducer;
   auto* tally = SharedArray<Tally>(1);
   auto* arrivals = SharedArray<std::atomic<uint8_t>>(kProducers * perProducer);
   std::vector<pid_t> consumers;

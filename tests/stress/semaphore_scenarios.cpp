@@ -6,6 +6,7 @@
 #include <nuv/time.h>
 
 #include <atomic>
+#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,6 +22,10 @@ constexpr unsigned kWriters = 4;
 // A waiter that sleeps longer than this while the semaphore is posted every millisecond has
 // lost its wake-up.
 constexpr int64_t kWatchdogNanoseconds = 10LL * 1000 * 1000 * 1000;
+// The lock lets new readers overtake a writer that waits for the last one to leave, so readers
+// that take the lock again at once can keep a writer out for good without a wake-up being lost.
+// Holders that pause between holds, as an application's do, leave the lock free now and then.
+constexpr auto kPauseBetweenHolds = std::chrono::microseconds(100);
 
 struct WaiterTally {
   std::atomic<uint32_t> acquired;
@@ -62,6 +67,7 @@ bool Read(NuvLockShared* lock, LockTally* tally) {
     ++tally->reads;
     --tally->readersInside;
     lock->readunlock(nullptr);
+    std::this_thread::sleep_for(kPauseBetweenHolds);
   }
   return true;
 }
@@ -77,6 +83,7 @@ bool Write(NuvLockShared* lock, LockTally* tally) {
     ++tally->writes;
     --tally->writersInside;
     lock->writeunlock();
+    std::this_thread::sleep_for(kPauseBetweenHolds);
   }
   return true;
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "core/log_socket.h"
 #include "stress/stress.h"
 #include "thread/restart.h"
 
@@ -37,6 +38,18 @@ std::string NuvpoolCommand() {
   return command + NUV_STRESS_NUVPOOL;
 }
 
+// The figures keep standard output; the library's log, which falls back on standard output
+// when it finds no log socket, goes to standard error with the scenarios' other messages.
+FILE* TakeStandardOutputForFigures() {
+  nuv::SetLogSocketPathsForTesting("/dev/null/log", "/dev/null/log");
+  FILE* figures = fdopen(dup(STDOUT_FILENO), "w");
+  if (figures == nullptr) {
+    return stdout;
+  }
+  dup2(STDERR_FILENO, STDOUT_FILENO);
+  return figures;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -51,6 +64,7 @@ int main(int argc, char** argv) {
   }
   // A failed check in a worker ends it at once rather than after the log's five seconds.
   nuv::SetRestartDelayForTesting(0);
+  FILE* figures = TakeStandardOutputForFigures();
   const std::string prefix = "nuvstress_" + std::to_string(getpid()) + "_";
   setenv("NUV_POOL_PREFIX", prefix.c_str(), 1);
   const Scale scale = quick ? Scale::Quick(NuvpoolCommand()) : Scale::Full(NuvpoolCommand());
@@ -63,9 +77,9 @@ int main(int argc, char** argv) {
     }
     if (chosen) {
       const Outcome outcome = scenario.run(scale);
-      std::printf("%-12s %s: %s\n", scenario.name, outcome.passed ? "ok" : "FAILED",
-                  outcome.line.c_str());
-      std::fflush(stdout);
+      std::fprintf(figures, "%-12s %s: %s\n", scenario.name, outcome.passed ? "ok" : "FAILED",
+                   outcome.line.c_str());
+      std::fflush(figures);
       failed += outcome.passed ? 0 : 1;
       ++ran;
     }
