@@ -29,20 +29,13 @@ namespace {
 
 using nuv::test::ChildOutcome;
 using nuv::test::ChildProcess;
+using nuv::test::kDebugRecordValue;
+using nuv::test::NativeHeader;
 using nuv::test::SocketTest;
+using nuv::test::WriteRaw;
 
 constexpr int kOk = static_cast<int>(kNuvOk);
 constexpr int kEndOfFile = static_cast<int>(kNuvEndOfFile);
-// Priority value of the sockets' bad-record records: facility "facnuv" (local0), "pridebug".
-constexpr int kDebugRecordValue = 135;
-
-// The header as this processor writes it: the device's own byte order.
-std::vector<unsigned char> NativeHeader(unsigned magic, int length) {
-  std::vector<unsigned char> bytes(8);
-  memcpy(bytes.data(), &magic, 4);
-  memcpy(bytes.data() + 4, &length, 4);
-  return bytes;
-}
 
 bool IsBigEndian() {
   const uint32_t probe = 1;
@@ -78,10 +71,6 @@ std::vector<unsigned char> ReadToEnd(int fd) {
     bytes.insert(bytes.end(), buffer, buffer + got);
   }
   return bytes;
-}
-
-void WriteRaw(int fd, const std::vector<unsigned char>& bytes) {
-  ASSERT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
 }
 
 using EventBytes = SocketTest;

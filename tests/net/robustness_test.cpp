@@ -29,26 +29,16 @@ namespace {
 
 using nuv::test::ChildOutcome;
 using nuv::test::ChildProcess;
+using nuv::test::kDebugRecordValue;
+using nuv::test::NativeHeader;
 using nuv::test::OpenDescriptors;
 using nuv::test::SocketTest;
+using nuv::test::WriteRaw;
 
 constexpr int kOk = static_cast<int>(kNuvOk);
 constexpr int kFailed = static_cast<int>(kNuvSocketFailed);
 constexpr int kEndOfFile = static_cast<int>(kNuvEndOfFile);
 constexpr int kBadRecord = static_cast<int>(kNuvBadRecord);
-// Priority value of the sockets' bad-record records: facility "facnuv" (local0), "pridebug".
-constexpr int kDebugRecordValue = 135;
-
-std::vector<unsigned char> NativeHeader(unsigned magic, int length) {
-  std::vector<unsigned char> bytes(8);
-  memcpy(bytes.data(), &magic, 4);
-  memcpy(bytes.data() + 4, &length, 4);
-  return bytes;
-}
-
-void WriteRaw(int fd, const std::vector<unsigned char>& bytes) {
-  ASSERT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-}
 
 // A receive in a child with debug records on: its result's low byte as exit code, and the
 // records it logged under "NuvSocket".

@@ -10,11 +10,29 @@
 
 #include <unistd.h>
 
+#include <cstring>
 #include <string>
+#include <vector>
 
 #include "support/private_pool.h"
 
 namespace nuv::test {
+
+/// Priority value of the sockets' bad-record records: facility "facnuv" (local0), "pridebug".
+constexpr int kDebugRecordValue = 135;
+
+/// A record header as this processor writes it: magic and length in the device's own byte order.
+inline std::vector<unsigned char> NativeHeader(unsigned magic, int length) {
+  std::vector<unsigned char> bytes(8);
+  std::memcpy(bytes.data(), &magic, 4);
+  std::memcpy(bytes.data() + 4, &length, 4);
+  return bytes;
+}
+
+/// Writes bytes to fd in one write, as a peer that does not frame them would.
+inline void WriteRaw(int fd, const std::vector<unsigned char>& bytes) {
+  ASSERT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+}
 
 /// A socket path of the test's own in /tmp, removed before and after the test.
 inline std::string TestSocketPath(const char* what) {

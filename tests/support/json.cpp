@@ -111,9 +111,13 @@ class JsonParser {
       value->kindM = Json::Kind::kString;
       return String(&value->stringM);
     }
-    if (Word("true") || Word("false")) {
+    if (Word("true")) {
       value->kindM = Json::Kind::kBool;
-      value->boolM = textM[atM - 1] == 'e' && textM[atM - 2] == 'u';
+      value->boolM = true;
+      return true;
+    }
+    if (Word("false")) {
+      value->kindM = Json::Kind::kBool;
       return true;
     }
     if (Word("null")) {

@@ -24,9 +24,9 @@
 #include "support/durations.h"
 #include "support/fatal_report.h"
 #include "support/polling.h"
-#include "support/pool_prefix.h"
 #include "support/raw_words.h"
 #include "support/shared_memory.h"
+#include "support/shared_pool.h"
 
 namespace {
 
@@ -36,8 +36,8 @@ using nuv::test::ExpectLibraryAssertion;
 using nuv::test::FatalReport;
 using nuv::test::Milliseconds;
 using nuv::test::RunToFatalReport;
-using nuv::test::ScopedPoolPrefix;
 using nuv::test::SharedObject;
+using nuv::test::SharedPoolTest;
 using nuv::test::WaitUntil;
 
 constexpr const char* kPoolName = "robustsync";
@@ -88,30 +88,14 @@ const NuvSema* DrainOf(const NuvLockShared* lock) {
 
 NuvMessage MessageOf(unsigned type) { return NuvMessage{type, {type + 1, type + 2}}; }
 
-// A shared pool, so that the objects a test makes are seen by the children it forks. As in
-// thread processes, the wake-up and time-out signals are ignored outside a wait.
-class SyncRobustness : public ::testing::Test {
+// A shared pool, so that the objects a test makes are seen by the children it forks.
+class SyncRobustness : public SharedPoolTest {
  protected:
-  void SetUp() override {
-    previousWakeM = signal(SIGUSR1, SIG_IGN);
-    previousAlarmM = signal(SIGALRM, SIG_IGN);
-    ASSERT_EQ(NuvMempool::Allocate(kPoolName, kPoolSize, true, nullptr, true, poolM), kNuvOk);
-  }
-  void TearDown() override {
-    delete poolM;
-    signal(SIGUSR1, previousWakeM);
-    signal(SIGALRM, previousAlarmM);
-  }
+  SyncRobustness() : SharedPoolTest(kPoolName, kPoolSize) {}
 
-  NuvMempool* Pool() const { return poolM; }
-  NuvMessenger* Queues() const { return poolM->GetMessenger(); }
+  NuvMessenger* Queues() const { return Pool()->GetMessenger(); }
 
-  NuvSema* NewSema(int count) const {
-    auto* sema = new (poolM) NuvSema(NuvMempool::nuv);
-    sema->init(count, false);
-    return sema;
-  }
-  NuvLockShared* NewLock() const { return new (poolM) NuvLockShared; }
+  NuvLockShared* NewLock() const { return new (Pool()) NuvLockShared; }
 
   const NuvSema* ReceiveSemaphoreOf(int number) const {
     const auto* queue = PointerAt<const NuvMessageQ>(Queues(), kQueueListOffset);
@@ -120,12 +104,6 @@ class SyncRobustness : public ::testing::Test {
     }
     return queue != nullptr ? PointerAt<const NuvSema>(queue, kReceiveSemaphoreOffset) : nullptr;
   }
-
- private:
-  ScopedPoolPrefix prefixM;
-  NuvMempool* poolM = nullptr;
-  sighandler_t previousWakeM = SIG_DFL;
-  sighandler_t previousAlarmM = SIG_DFL;
 };
 
 using SemaphoreRobustness = SyncRobustness;

@@ -24,9 +24,9 @@
 #include "support/fatal_report.h"
 #include "support/log_lines.h"
 #include "support/polling.h"
-#include "support/pool_prefix.h"
 #include "support/round_trips.h"
 #include "support/shared_memory.h"
+#include "support/shared_pool.h"
 
 namespace {
 
@@ -39,8 +39,8 @@ using nuv::test::FatalReport;
 using nuv::test::KeepsGoingTo;
 using nuv::test::RoundTrips;
 using nuv::test::RunToFatalReport;
-using nuv::test::ScopedPoolPrefix;
 using nuv::test::SharedObject;
+using nuv::test::SharedPoolTest;
 using nuv::test::WaitUntil;
 using Clock = std::chrono::steady_clock;
 
@@ -166,31 +166,12 @@ bool Ignored(int signal) {
   return current.sa_handler == SIG_IGN;
 }
 
-// Each test gets a named pool, so that its semaphores are shared with the children it forks;
-// whatever a test leaves in the pool goes with it. Outside a wait the test process and its
-// children ignore the wake-up and time-out signals, as library threads do, so that a late one
-// cannot end them.
-class SharedPool : public ::testing::Test {
+// Each test gets a named pool, so that its semaphores are shared with the children it forks.
+class SharedPool : public SharedPoolTest {
  protected:
-  void SetUp() override {
-    previousWakeM = signal(SIGUSR1, SIG_IGN);
-    previousAlarmM = signal(SIGALRM, SIG_IGN);
-    ASSERT_EQ(NuvMempool::Allocate(kPoolName, kPoolSize, true, nullptr, true, poolM), kNuvOk);
-  }
-  void TearDown() override {
-    delete poolM;
-    signal(SIGUSR1, previousWakeM);
-    signal(SIGALRM, previousAlarmM);
-  }
+  SharedPool() : SharedPoolTest(kPoolName, kPoolSize) {}
 
-  NuvMempool* Pool() const { return poolM; }
   Board* Records() const { return &*boardM; }
-
-  NuvSema* NewSema(int count) const {
-    auto* sema = new (poolM) NuvSema(NuvMempool::nuv);
-    sema->init(count, false);
-    return sema;
-  }
 
   // Starts body in a child; true once that child's entry is in sema's queue.
   bool QueueProcess(NuvSema* sema, const std::function<void()>& body) {
@@ -274,13 +255,9 @@ class SharedPool : public ::testing::Test {
   }
 
  private:
-  ScopedPoolPrefix prefixM;
-  NuvMempool* poolM = nullptr;
   SharedObject<Board> boardM;
   // Waiters still running when a test fails are ended (SIGKILL) by their ChildProcess.
   std::vector<std::unique_ptr<ChildProcess>> waitersM;
-  sighandler_t previousWakeM = SIG_DFL;
-  sighandler_t previousAlarmM = SIG_DFL;
 };
 
 using Semaphore = SharedPool;

@@ -35,6 +35,7 @@ using nuv::test::ChildOutcome;
 using nuv::test::ProcessState;
 using nuv::test::RunInChild;
 using nuv::test::SharedObject;
+using nuv::test::SizeOfAPoolAskedFor;
 using nuv::test::ThreadPoolTest;
 using nuv::test::WaitUntil;
 
@@ -97,16 +98,6 @@ int ReceiveWithTheLargestTimeOut(long arg) {
   SeenOf(arg)->unsignedResult = pCurrentThreadG->inext(message, 0, &largest);
   SeenOf(arg)->type = message.type;
   return 0;
-}
-
-unsigned SizeOfAPoolAskedFor(unsigned size) {
-  NuvMempool* pool = nullptr;
-  if (NuvMempool::Allocate("probe", size, true, nullptr, false, pool) != kNuvOk) {
-    return 0;
-  }
-  const unsigned length = pool->GetSize();
-  delete pool;
-  return length;
 }
 
 ::testing::AssertionResult ExitedWith(const ChildOutcome& outcome, int code) {

@@ -65,6 +65,18 @@ class ThreadPoolTest : public ::testing::Test {
   NuvThread* testerM = nullptr;
 };
 
+/// The length of an unshared pool allocated with the size given: what a thread's own pool of
+/// that size must measure.
+inline unsigned SizeOfAPoolAskedFor(unsigned size) {
+  NuvMempool* pool = nullptr;
+  if (NuvMempool::Allocate("probe", size, true, nullptr, false, pool) != kNuvOk) {
+    return 0;
+  }
+  const unsigned length = pool->GetSize();
+  delete pool;
+  return length;
+}
+
 }  // namespace nuv::test
 
 #endif  // NUV_TESTS_THREAD_THREAD_POOL_H

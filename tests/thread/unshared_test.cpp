@@ -19,6 +19,7 @@ namespace {
 
 using nuv::test::RunInChild;
 using nuv::test::SharedObject;
+using nuv::test::SizeOfAPoolAskedFor;
 using nuv::test::ThreadPoolTest;
 
 // What an unshared thread saw of itself, in memory that outlives its leaving every pool.
@@ -49,16 +50,6 @@ int LookAtItself(long arg) {
 int Leak(long /*arg*/) {
   pCurrentThreadG->GetPool()->Malloc(100, NuvMempool::unknown);
   return 0;
-}
-
-unsigned SizeOfAPoolAskedFor(unsigned size) {
-  NuvMempool* pool = nullptr;
-  if (NuvMempool::Allocate("probe", size, true, nullptr, false, pool) != kNuvOk) {
-    return 0;
-  }
-  const unsigned length = pool->GetSize();
-  delete pool;
-  return length;
 }
 
 class Unshared : public ThreadPoolTest {};
