@@ -123,6 +123,15 @@ class BadInput : public ::testing::Test {
   void* Take(unsigned size) const { return poolM->Malloc(size, NuvMempool::unknown); }
   // A block in use that keeps the blocks below it from merging with anything above.
   void* Guard() const { return Take(0); }
+  // A 100-byte block with a freed 60-byte neighbour above it, and a guard above that: room for
+  // Realloc to grow the block in place, to 176 bytes with its header.
+  void* TakeWithRoomAbove() const {
+    void* block = Take(100);
+    void* neighbour = Take(60);
+    Guard();
+    poolM->Free(neighbour);
+    return block;
+  }
 
  private:
   NuvMempool* poolM = nullptr;
@@ -575,10 +584,7 @@ TEST_F(ReallocBadInput, ReallocOfAFreedPointerStopsAt1441) {
 // between words, so its fill reads shifted and the next check of the pool stops. Callers keep
 // Realloc sizes multiples of 4.
 TEST_F(ReallocBadInput, ReallocToASizeNotAMultipleOfFourLeavesARestThatStopsTheNextCheckAt764) {
-  void* p = Take(100);
-  void* neighbour = Take(60);
-  Guard();
-  Pool()->Free(neighbour);
+  void* p = TakeWithRoomAbove();
   EXPECT_EQ(Pool()->Realloc(p, 101), p);
   EXPECT_EQ(SizeOf(p), 109U);
   char* rest = BlockOf(p) + 109;
@@ -589,10 +595,7 @@ TEST_F(ReallocBadInput, ReallocToASizeNotAMultipleOfFourLeavesARestThatStopsTheN
 }
 
 TEST_F(ReallocBadInput, ReallocToASizeNotAMultipleOfFourStopsTheNextAllocationAt764WithChecking) {
-  void* p = Take(100);
-  void* neighbour = Take(60);
-  Guard();
-  Pool()->Free(neighbour);
+  void* p = TakeWithRoomAbove();
   Pool()->Realloc(p, 101);
   Pool()->CheckOn();
   const FatalReport report = RunToFatalReport([this] { Take(0); });
@@ -600,10 +603,7 @@ TEST_F(ReallocBadInput, ReallocToASizeNotAMultipleOfFourStopsTheNextAllocationAt
 }
 
 TEST_F(ReallocBadInput, ReallocToAMultipleOfFourLeavesAPoolThatPassesItsCheck) {
-  void* p = Take(100);
-  void* neighbour = Take(60);
-  Guard();
-  Pool()->Free(neighbour);
+  void* p = TakeWithRoomAbove();
   EXPECT_EQ(Pool()->Realloc(p, 104), p);
   EXPECT_EQ(SizeOf(p), 112U);
   const FatalReport report = RunToFatalReport([this] { Pool()->CheckPoolQuietly(); });
