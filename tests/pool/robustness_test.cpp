@@ -152,6 +152,14 @@ class PoolFileBadInput : public ::testing::Test {
 
   // True while this process's list of attached pools is as the test found it.
   bool ListUnchanged() const { return pAllMempoolsG == listHeadM; }
+  // Attach by name, with and without the agreed address: neither opens the file or lists a pool.
+  void ExpectAttachFailsToOpen() const {
+    NuvMempool* pool = nullptr;
+    EXPECT_EQ(NuvMempool::Attach(kPoolName, pool), kNuvPoolOpenFailed);
+    EXPECT_EQ(NuvMempool::Attach(kPoolName, At(kAgreedAddress), pool), kNuvPoolOpenFailed);
+    EXPECT_EQ(pool, nullptr);
+    EXPECT_TRUE(ListUnchanged());
+  }
   std::string Path(const char* name) const { return prefixM.PathOf(name); }
 
   void WriteFile(const char* name, const std::string& bytes) const {
@@ -249,19 +257,12 @@ TEST_F(PoolFileBadInput, AllocateAttachAutoAttachAndCleanOfANullNameReturnAddres
 
 TEST_F(PoolFileBadInput, AttachOfAnEmptyFileReturnsOpenFailed) {
   WriteFile(kPoolName, "");
-  NuvMempool* pool = nullptr;
-  EXPECT_EQ(NuvMempool::Attach(kPoolName, pool), kNuvPoolOpenFailed);
-  EXPECT_EQ(NuvMempool::Attach(kPoolName, At(kAgreedAddress), pool), kNuvPoolOpenFailed);
-  EXPECT_EQ(pool, nullptr);
-  EXPECT_TRUE(ListUnchanged());
+  ExpectAttachFailsToOpen();
 }
 
 TEST_F(PoolFileBadInput, AttachOfAFileShorterThanTheHeaderReturnsOpenFailed) {
   WriteFile(kPoolName, "1234567");
-  NuvMempool* pool = nullptr;
-  EXPECT_EQ(NuvMempool::Attach(kPoolName, pool), kNuvPoolOpenFailed);
-  EXPECT_EQ(NuvMempool::Attach(kPoolName, At(kAgreedAddress), pool), kNuvPoolOpenFailed);
-  EXPECT_TRUE(ListUnchanged());
+  ExpectAttachFailsToOpen();
 }
 
 // The length word is taken as it stands: the pages past the end of the file are mapped, and the
